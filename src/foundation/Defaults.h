@@ -4,6 +4,7 @@
 
 #include <QDateTime>
 #include <QMap>
+#include <QMutex>
 #include <QObject>
 #include <QSettings>
 #include <QStringList>
@@ -58,6 +59,10 @@ Q_SIGNALS:
     void valueChanged(const QString& key);
 
 private:
+    QVariant effectiveValue(const QString& key) const;
+
+    // Workers read preferences while the GUI thread writes them; one QSettings object is not thread-safe.
+    mutable QMutex m_mutex;
     std::unique_ptr<QSettings> m_settings;
     QVariantMap m_registered;
 };

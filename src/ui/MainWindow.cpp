@@ -1,6 +1,8 @@
 #include "ui/MainWindow.h"
 
+#include <QAction>
 #include <QCloseEvent>
+#include <QMenuBar>
 #include <QPointer>
 
 MainWindow::MainWindow(QWidget* parent)
@@ -8,6 +10,11 @@ MainWindow::MainWindow(QWidget* parent)
 {
     setWindowTitle(QStringLiteral("Corvel X"));
     resize(1100, 720);
+
+    QMenu* fileMenu = menuBar()->addMenu(tr("&File"));
+    QAction* quit = fileMenu->addAction(tr("&Quit Corvel X"), this, &QWidget::close);
+    quit->setShortcut(QKeySequence::Quit);
+    quit->setMenuRole(QAction::QuitRole);
 }
 
 void MainWindow::setCloseRequest(CloseRequest request)
@@ -21,14 +28,26 @@ void MainWindow::closeEvent(QCloseEvent* event)
         event->accept();
         return;
     }
-    // The answer may come later (an alert), so refuse now and close again once approved.
-    event->ignore();
+    // The answer may come at once or later (after an alert). A later approval closes the window again.
     QPointer<MainWindow> self(this);
-    m_closeRequest([self](bool approved) {
+    auto pending = std::make_shared<bool>(true);
+    auto approvedNow = std::make_shared<bool>(false);
+    m_closeRequest([self, pending, approvedNow](bool approved) {
+        if (*pending) {
+            *approvedNow = approved;
+            return;
+        }
         if (!self || !approved) {
             return;
         }
         self->m_closeApproved = true;
         self->close();
     });
+    *pending = false;
+    if (*approvedNow) {
+        m_closeApproved = true;
+        event->accept();
+    } else {
+        event->ignore();
+    }
 }

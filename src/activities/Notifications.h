@@ -1,0 +1,21 @@
+// The application's named notifications as typed signals on one hub object; observers connect here instead of
+// to the many objects that post them. The signal names are the notifications' names.
+#pragma once
+
+#include "activities/Activity.h"
+
+#include <QObject>
+
+class Notifications : public QObject {
+    Q_OBJECT
+
+public:
+    static Notifications& instance();
+
+Q_SIGNALS:
+    // An activity was appended to the activity centre (on the GUI thread, after the list grew).
+    void activityCenterPostedActivity(ActivityPtr activity);
+
+private:
+    Notifications();
+};

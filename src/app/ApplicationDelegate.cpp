@@ -1,0 +1,55 @@
+#include "app/ApplicationDelegate.h"
+
+#include "foundation/Bundle.h"
+#include "foundation/DefaultSettings.h"
+#include "foundation/Defaults.h"
+#include "foundation/Logging.h"
+#include "foundation/PreferenceKeys.h"
+#include "ui/Appearance.h"
+#include "ui/MainWindow.h"
+
+#include <QApplication>
+
+ApplicationDelegate::ApplicationDelegate(Bundle& bundle, Defaults& defaults, QObject* parent)
+    : QObject(parent)
+    , m_bundle(bundle)
+    , m_defaults(defaults)
+    , m_state(defaults)
+    , m_quitConfirmation(m_state, m_alerter)
+{
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &ApplicationDelegate::applicationWillTerminate);
+}
+
+ApplicationDelegate::~ApplicationDelegate() = default;
+
+void ApplicationDelegate::applicationDidFinishLaunching()
+{
+    qCInfo(lcCorvel) << "Launching Corvel X...";
+    DefaultSettings::registerFromBundle(m_bundle, m_defaults);
+    m_state.restore();
+
+    qCInfo(lcCorvel) << "Restoring custom appearance";
+    Appearance::apply(Appearance::fromValue(m_defaults.integerValue(PreferenceKeys::Appearance)));
+
+    m_mainWindow = std::make_unique<MainWindow>();
+    m_alerter.setParentWidget(m_mainWindow.get());
+    m_mainWindow->setCloseRequest([this](std::function<void(bool)> reply) { requestTermination(std::move(reply)); });
+    m_mainWindow->show();
+}
+
+void ApplicationDelegate::requestTermination(std::function<void(bool terminate)> reply)
+{
+    m_quitConfirmation.requestTermination([reply = std::move(reply)](bool terminate) {
+        if (reply) {
+            reply(terminate);
+        }
+        if (terminate) {
+            QCoreApplication::quit();
+        }
+    });
+}
+
+void ApplicationDelegate::applicationWillTerminate()
+{
+    qCInfo(lcCorvel) << "Terminating Corvel X...";
+}

@@ -1,0 +1,138 @@
+#include "LogCapture.h"
+#include "app/ApplicationDelegate.h"
+#include "foundation/Bundle.h"
+#include "foundation/Defaults.h"
+#include "foundation/PreferenceKeys.h"
+#include "foundation/PropertyList.h"
+#include "ui/MainWindow.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+class TestApplicationDelegate : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+    void startsInOrderWithDefaultsAndState();
+    void quitDecision_data();
+    void quitDecision();
+
+private:
+    static QMessageBox* openMessageBox();
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<Bundle> m_bundle;
+    std::unique_ptr<Defaults> m_defaults;
+};
+
+void TestApplicationDelegate::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+    const QDir resources(m_dir->filePath(QStringLiteral("share")));
+    QVERIFY(QDir().mkpath(resources.path()));
+    auto write = [&](const QString& name, const QVariantMap& content) {
+        QFile file(resources.filePath(name));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(PropertyList::serialize(content));
+    };
+    write(QStringLiteral("Info.plist"), {{QStringLiteral("TW_SERVICES_URL"), QStringLiteral("http://127.0.0.1:1")}});
+    write(QStringLiteral("DefaultSettings.plist"), {{PreferenceKeys::TranscriptPaneVisible, true},
+                                                    {PreferenceKeys::TranscriptPaneThickness, 180.5}});
+    m_bundle = std::make_unique<Bundle>(resources.path());
+    m_defaults = std::make_unique<Defaults>(m_dir->filePath(QStringLiteral("settings.conf")));
+}
+
+void TestApplicationDelegate::cleanup()
+{
+    m_defaults.reset();
+    m_bundle.reset();
+    m_dir.reset();
+}
+
+QMessageBox* TestApplicationDelegate::openMessageBox()
+{
+    const auto widgets = QApplication::topLevelWidgets();
+    for (QWidget* widget : widgets) {
+        if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible()) {
+            return box;
+        }
+    }
+    return nullptr;
+}
+
+void TestApplicationDelegate::startsInOrderWithDefaultsAndState()
+{
+    LogCapture log;
+    ApplicationDelegate delegate(*m_bundle, *m_defaults);
+    delegate.applicationDidFinishLaunching();
+
+    QCOMPARE(log.texts(), (QStringList{QStringLiteral("Launching Corvel X..."), QStringLiteral("Loading default settings"),
+                                       QStringLiteral("Restoring custom appearance")}));
+    // The transcript pane state comes from the registered defaults, restored before any window exists.
+    QVERIFY(delegate.state().transcriptPaneVisible());
+    QCOMPARE(delegate.state().transcriptPaneThickness(), 180.5);
+    QVERIFY(!m_defaults->isWritten(PreferenceKeys::TranscriptPaneVisible));
+
+    MainWindow* window = delegate.mainWindow();
+    QVERIFY(window);
+    QVERIFY(QTest::qWaitForWindowExposed(window));
+    QCOMPARE(window->windowTitle(), QStringLiteral("Corvel X"));
+}
+
+void TestApplicationDelegate::quitDecision_data()
+{
+    QTest::addColumn<bool>("busy");
+    QTest::addColumn<QString>("answer");
+    QTest::addColumn<bool>("closes");
+
+    QTest::newRow("idle closes without asking") << false << QString() << true;
+    QTest::newRow("busy, Cancel keeps running") << true << QStringLiteral("Cancel") << false;
+    QTest::newRow("busy, Terminate Anyway closes") << true << QStringLiteral("Terminate Anyway") << true;
+}
+
+void TestApplicationDelegate::quitDecision()
+{
+    QFETCH(bool, busy);
+    QFETCH(QString, answer);
+    QFETCH(bool, closes);
+
+    ApplicationDelegate delegate(*m_bundle, *m_defaults);
+    delegate.applicationDidFinishLaunching();
+    MainWindow* window = delegate.mainWindow();
+    QVERIFY(QTest::qWaitForWindowExposed(window));
+    delegate.state().setBusy(busy);
+
+    window->close();
+    if (!answer.isEmpty()) {
+        QTRY_VERIFY(openMessageBox());
+        QMessageBox* box = openMessageBox();
+        QCOMPARE(box->icon(), QMessageBox::Critical);
+        QCOMPARE(box->text(),
+                 QStringLiteral("Background process currently running. Are you sure you want to quit Corvel X?"));
+        QAbstractButton* button = nullptr;
+        const auto buttons = box->buttons();
+        for (QAbstractButton* candidate : buttons) {
+            if (candidate->text() == answer) {
+                button = candidate;
+            }
+        }
+        QVERIFY(button);
+        button->click();
+    } else {
+        QVERIFY(!openMessageBox());
+    }
+    QTRY_COMPARE(window->isVisible(), !closes);
+    // A cancelled quit leaves the window usable and asks again next time.
+    QVERIFY(!openMessageBox());
+}
+
+QTEST_MAIN(TestApplicationDelegate)
+#include "TestApplicationDelegate.moc"
