@@ -19,7 +19,7 @@
 namespace {
 
 const QString key = QStringLiteral("Key");
-const QString resourcesDir = QStringLiteral(CORVEL_TEST_DATA_DIR "/../../resources");
+const QString resourcesDir = QStringLiteral(CORVEL_RESOURCES_SOURCE_DIR);
 
 bool writeFile(const QString& path, const QByteArray& content)
 {

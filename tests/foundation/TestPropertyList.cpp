@@ -10,7 +10,7 @@
 
 namespace {
 
-const QString resourcesDir = QStringLiteral(CORVEL_TEST_DATA_DIR "/../../resources");
+const QString resourcesDir = QStringLiteral(CORVEL_RESOURCES_SOURCE_DIR);
 
 QByteArray document(const QByteArray& body)
 {
