@@ -3,7 +3,8 @@
 namespace {
 
 // Separators that only make sense next to the time zone: "HH:mm:ss t", "H:mm:ss (t)", "HH:mm:ss, t", "t H:mm:ss".
-bool isZoneDecoration(QChar c) {
+bool isZoneDecoration(QChar c)
+{
     return c == u' ' || c == u',' || c == u'(' || c == u')' || c == u'[' || c == u']' || c == QChar(0x00A0) ||
            c == QChar(0x202F);
 }
@@ -13,22 +14,27 @@ bool isZoneDecoration(QChar c) {
 Activity::Activity(QString target, QString action)
     : m_date(QDateTime::currentDateTime())
     , m_target(std::move(target))
-    , m_action(std::move(action)) {}
+    , m_action(std::move(action))
+{}
 
-ActivityPtr Activity::make(QString target, QString action) {
+ActivityPtr Activity::make(QString target, QString action)
+{
     return std::make_shared<const Activity>(std::move(target), std::move(action));
 }
 
-QString Activity::title() const {
+QString Activity::title() const
+{
     return title(QLocale());
 }
 
-QString Activity::title(const QLocale& locale) const {
+QString Activity::title(const QLocale& locale) const
+{
     return QStringLiteral("%1 \u2014 %2 (%3)")
         .arg(locale.toString(m_date.time(), mediumTimeFormat(locale)), m_target, m_action);
 }
 
-QString Activity::mediumTimeFormat(const QLocale& locale) {
+QString Activity::mediumTimeFormat(const QLocale& locale)
+{
     QString format = locale.timeFormat(QLocale::LongFormat);
 
     // Quoted text is literal; a 't' inside it is not the time-zone field.

@@ -6,18 +6,21 @@
 #include <QThread>
 
 ActivityCenter::ActivityCenter(QObject* parent)
-    : QObject(parent) {
+    : QObject(parent)
+{
     if (auto* app = QCoreApplication::instance(); !parent && app && thread() != app->thread()) {
         moveToThread(app->thread());
     }
 }
 
-ActivityCenter& ActivityCenter::shared() {
+ActivityCenter& ActivityCenter::shared()
+{
     static ActivityCenter center;
     return center;
 }
 
-void ActivityCenter::post(ActivityPtr activity) {
+void ActivityCenter::post(ActivityPtr activity)
+{
     if (!activity) {
         qWarning("ActivityCenter: ignoring a null activity");
         return;

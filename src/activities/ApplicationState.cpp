@@ -5,9 +5,11 @@
 
 ApplicationState::ApplicationState(Defaults& defaults, QObject* parent)
     : QObject(parent)
-    , m_defaults(defaults) {}
+    , m_defaults(defaults)
+{}
 
-void ApplicationState::setBusy(bool busy) {
+void ApplicationState::setBusy(bool busy)
+{
     if (m_busy == busy) {
         return;
     }
@@ -15,22 +17,26 @@ void ApplicationState::setBusy(bool busy) {
     Q_EMIT isBusyChanged(m_busy);
 }
 
-void ApplicationState::setTranscriptPaneVisible(bool visible) {
+void ApplicationState::setTranscriptPaneVisible(bool visible)
+{
     m_defaults.setValue(PreferenceKeys::TranscriptPaneVisible, visible);
     assignTranscriptPaneVisible(visible);
 }
 
-void ApplicationState::setTranscriptPaneThickness(double thickness) {
+void ApplicationState::setTranscriptPaneThickness(double thickness)
+{
     m_defaults.setValue(PreferenceKeys::TranscriptPaneThickness, thickness);
     assignTranscriptPaneThickness(thickness);
 }
 
-void ApplicationState::restore() {
+void ApplicationState::restore()
+{
     assignTranscriptPaneVisible(m_defaults.boolValue(PreferenceKeys::TranscriptPaneVisible));
     assignTranscriptPaneThickness(m_defaults.doubleValue(PreferenceKeys::TranscriptPaneThickness));
 }
 
-void ApplicationState::assignTranscriptPaneVisible(bool visible) {
+void ApplicationState::assignTranscriptPaneVisible(bool visible)
+{
     if (m_transcriptPaneVisible == visible) {
         return;
     }
@@ -38,7 +44,8 @@ void ApplicationState::assignTranscriptPaneVisible(bool visible) {
     Q_EMIT transcriptPaneVisibleChanged(m_transcriptPaneVisible);
 }
 
-void ApplicationState::assignTranscriptPaneThickness(double thickness) {
+void ApplicationState::assignTranscriptPaneThickness(double thickness)
+{
     if (m_transcriptPaneThickness == thickness) {
         return;
     }

@@ -9,9 +9,11 @@ constexpr int terminateButton = 1;
 
 QuitConfirmation::QuitConfirmation(ApplicationState& state, Alerter& alerter)
     : m_state(state)
-    , m_alerter(alerter) {}
+    , m_alerter(alerter)
+{}
 
-void QuitConfirmation::requestTermination(std::function<void(bool terminate)> reply) {
+void QuitConfirmation::requestTermination(std::function<void(bool terminate)> reply)
+{
     if (!reply) {
         qWarning("QuitConfirmation: a termination request without a reply was ignored");
         return;

@@ -11,35 +11,41 @@
 
 namespace {
 
-bool isLineBreak(QChar c) {
+bool isLineBreak(QChar c)
+{
     const char16_t u = c.unicode();
     return (u >= 0x000A && u <= 0x000D) || u == 0x0085 || u == 0x2028 || u == 0x2029;
 }
 
 // File system failures carry the system's own description.
-Error fileError(QFileDevice::FileError code, const QString& description) {
+Error fileError(QFileDevice::FileError code, const QString& description)
+{
     return Error(QStringLiteral("FileError"), code, description);
 }
 
-Error fileError(const QSaveFile& file) {
+Error fileError(const QSaveFile& file)
+{
     return fileError(file.error(), file.errorString());
 }
 
 } // namespace
 
 Transcript::Transcript(QObject* parent)
-    : QObject(parent) {
+    : QObject(parent)
+{
     if (auto* app = QCoreApplication::instance(); !parent && app && thread() != app->thread()) {
         moveToThread(app->thread());
     }
 }
 
-Transcript& Transcript::shared() {
+Transcript& Transcript::shared()
+{
     static Transcript transcript;
     return transcript;
 }
 
-QStringList Transcript::lines(const QString& text) {
+QStringList Transcript::lines(const QString& text)
+{
     QStringList result;
     qsizetype start = 0;
     for (qsizetype i = 0; i <= text.size(); ++i) {
@@ -56,7 +62,8 @@ QStringList Transcript::lines(const QString& text) {
     return result;
 }
 
-void Transcript::append(const QString& text, ActivityPtr activity) {
+void Transcript::append(const QString& text, ActivityPtr activity)
+{
     if (!activity) {
         qWarning("Transcript: ignoring output without an activity");
         return;
@@ -76,7 +83,8 @@ void Transcript::append(const QString& text, ActivityPtr activity) {
         this, [this, messages = std::move(messages)] { appendMessages(messages); }, Qt::QueuedConnection);
 }
 
-void Transcript::appendMessages(const QList<TranscriptMessage>& messages) {
+void Transcript::appendMessages(const QList<TranscriptMessage>& messages)
+{
     const bool wasEmpty = m_messages.isEmpty();
     const int first = int(m_messages.size());
     const int last = first + int(messages.size()) - 1;
@@ -88,7 +96,8 @@ void Transcript::appendMessages(const QList<TranscriptMessage>& messages) {
     }
 }
 
-void Transcript::clear() {
+void Transcript::clear()
+{
     if (QThread::currentThread() != thread()) {
         QMetaObject::invokeMethod(this, &Transcript::clearMessages, Qt::QueuedConnection);
         return;
@@ -96,7 +105,8 @@ void Transcript::clear() {
     clearMessages();
 }
 
-void Transcript::clearMessages() {
+void Transcript::clearMessages()
+{
     if (m_messages.isEmpty()) {
         return;
     }
@@ -106,7 +116,8 @@ void Transcript::clearMessages() {
     Q_EMIT isEmptyChanged(true);
 }
 
-QList<TranscriptMessage> Transcript::shownMessages(const QList<TranscriptMessage>& messages, const Activity* filter) {
+QList<TranscriptMessage> Transcript::shownMessages(const QList<TranscriptMessage>& messages, const Activity* filter)
+{
     QList<TranscriptMessage> shown;
     std::copy_if(messages.cbegin(), messages.cend(), std::back_inserter(shown),
                  [filter](const TranscriptMessage& message) { return !filter || message.activity().get() == filter; });
@@ -115,7 +126,8 @@ QList<TranscriptMessage> Transcript::shownMessages(const QList<TranscriptMessage
     return shown;
 }
 
-Result<void> Transcript::save(const QList<TranscriptMessage>& messages, const QString& path) {
+Result<void> Transcript::save(const QList<TranscriptMessage>& messages, const QString& path)
+{
     QStringList exportLines;
     exportLines.reserve(messages.size());
     for (const TranscriptMessage& message : messages) {

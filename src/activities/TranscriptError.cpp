@@ -1,10 +1,12 @@
 #include "activities/TranscriptError.h"
 
-QString TranscriptError::domain() {
+QString TranscriptError::domain()
+{
     return QStringLiteral("TranscriptError");
 }
 
-QString TranscriptError::description(Code code) {
+QString TranscriptError::description(Code code)
+{
     switch (code) {
     case unableToWriteData:
         return tr("Unable to write data");
@@ -12,6 +14,7 @@ QString TranscriptError::description(Code code) {
     return {};
 }
 
-Error TranscriptError::make(Code code) {
+Error TranscriptError::make(Code code)
+{
     return Error(domain(), code, description(code));
 }

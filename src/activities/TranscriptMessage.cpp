@@ -3,14 +3,17 @@
 TranscriptMessage::TranscriptMessage(QString line, ActivityPtr activity)
     : m_date(Clock::now())
     , m_activity(std::move(activity))
-    , m_string(std::move(line)) {}
+    , m_string(std::move(line))
+{}
 
-QDateTime TranscriptMessage::dateTime() const {
+QDateTime TranscriptMessage::dateTime() const
+{
     const auto milliseconds = std::chrono::floor<std::chrono::milliseconds>(m_date.time_since_epoch());
     return QDateTime::fromMSecsSinceEpoch(milliseconds.count());
 }
 
-QString TranscriptMessage::exportLine() const {
+QString TranscriptMessage::exportLine() const
+{
     using namespace std::chrono;
     const auto sinceEpoch = m_date.time_since_epoch();
     const auto wholeSeconds = floor<seconds>(sinceEpoch);

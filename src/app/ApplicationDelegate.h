@@ -7,7 +7,6 @@
 #include "ui/MessageBoxAlerter.h"
 
 #include <QObject>
-
 #include <memory>
 
 class Bundle;

@@ -9,7 +9,6 @@
 #include <QSettings>
 #include <QStringList>
 #include <QVariant>
-
 #include <functional>
 #include <memory>
 #include <optional>

@@ -12,8 +12,7 @@ public:
         : m_domain(std::move(domain))
         , m_code(code)
         , m_description(std::move(description))
-    {
-    }
+    {}
 
     const QString& domain() const { return m_domain; }
     int code() const { return m_code; }

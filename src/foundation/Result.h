@@ -11,12 +11,10 @@ class Result {
 public:
     Result(T value)
         : m_content(std::in_place_index<0>, std::move(value))
-    {
-    }
+    {}
     Result(Error error)
         : m_content(std::in_place_index<1>, std::move(error))
-    {
-    }
+    {}
 
     bool ok() const { return m_content.index() == 0; }
     explicit operator bool() const { return ok(); }
@@ -37,8 +35,7 @@ public:
     Result(Error error)
         : m_error(std::move(error))
         , m_failed(true)
-    {
-    }
+    {}
 
     bool ok() const { return !m_failed; }
     explicit operator bool() const { return ok(); }

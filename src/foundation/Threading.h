@@ -7,7 +7,6 @@
 #include <QPointer>
 #include <QThread>
 #include <QThreadPool>
-
 #include <functional>
 #include <memory>
 

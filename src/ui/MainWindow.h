@@ -2,7 +2,6 @@
 #pragma once
 
 #include <QMainWindow>
-
 #include <functional>
 
 class MainWindow : public QMainWindow {

@@ -6,8 +6,7 @@
 
 MessageBoxAlerter::MessageBoxAlerter(QWidget* parent)
     : m_parent(parent)
-{
-}
+{}
 
 void MessageBoxAlerter::setParentWidget(QWidget* parent)
 {

@@ -21,7 +21,8 @@ private Q_SLOTS:
     void activityCrossesThreadsInQueuedSignals();
 };
 
-void TestActivityCenter::mediumTimeFormat_data() {
+void TestActivityCenter::mediumTimeFormat_data()
+{
     QTest::addColumn<QLocale>("locale");
     QTest::addColumn<QString>("format");
     QTest::newRow("zone last") << QLocale(QLocale::English, QLocale::UnitedStates) << "h:mm:ss AP";
@@ -32,13 +33,15 @@ void TestActivityCenter::mediumTimeFormat_data() {
     QTest::newRow("quoted literal kept") << QLocale(QLocale::French, QLocale::Canada) << "HH 'h' mm 'min' ss 's'";
 }
 
-void TestActivityCenter::mediumTimeFormat() {
+void TestActivityCenter::mediumTimeFormat()
+{
     QFETCH(QLocale, locale);
     QFETCH(QString, format);
     QCOMPARE(Activity::mediumTimeFormat(locale), format);
 }
 
-void TestActivityCenter::titleFormat() {
+void TestActivityCenter::titleFormat()
+{
     const ActivityPtr activity = Activity::make("Firefox", "Install");
     const QString title = activity->title(QLocale(QLocale::English, QLocale::UnitedStates));
     static const QRegularExpression pattern(
@@ -57,7 +60,8 @@ void TestActivityCenter::titleFormat() {
     QLocale::setDefault(previous);
 }
 
-void TestActivityCenter::postFromWorkersAppendsOnTheGuiThreadAndNotifiesOnce() {
+void TestActivityCenter::postFromWorkersAppendsOnTheGuiThreadAndNotifiesOnce()
+{
     constexpr int threadCount = 3;
     constexpr int perThread = 100;
     ActivityCenter center;
@@ -101,7 +105,8 @@ void TestActivityCenter::postFromWorkersAppendsOnTheGuiThreadAndNotifiesOnce() {
     }
 }
 
-void TestActivityCenter::postIsScheduledEvenOnTheGuiThread() {
+void TestActivityCenter::postIsScheduledEvenOnTheGuiThread()
+{
     ActivityCenter center;
     QTest::ignoreMessage(QtWarningMsg, "ActivityCenter: ignoring a null activity");
     center.post(nullptr);
@@ -111,7 +116,8 @@ void TestActivityCenter::postIsScheduledEvenOnTheGuiThread() {
     QTRY_COMPARE(center.activities(), QList<ActivityPtr>{activity});
 }
 
-void TestActivityCenter::sharedInstancesLiveOnTheGuiThread() {
+void TestActivityCenter::sharedInstancesLiveOnTheGuiThread()
+{
     QThread* gui = thread();
     QThread* owner[3] = {};
     std::unique_ptr<QThread> worker(QThread::create([&owner] {
@@ -129,7 +135,8 @@ void TestActivityCenter::sharedInstancesLiveOnTheGuiThread() {
     QTRY_COMPARE(ActivityCenter::shared().activities().size(), 1);
 }
 
-void TestActivityCenter::activityCrossesThreadsInQueuedSignals() {
+void TestActivityCenter::activityCrossesThreadsInQueuedSignals()
+{
     QThread receiverThread;
     QObject receiver;
     receiver.moveToThread(&receiverThread);

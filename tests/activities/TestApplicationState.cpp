@@ -15,7 +15,8 @@ private Q_SLOTS:
     void restoreDoesNotWriteRegisteredValues();
 };
 
-void TestApplicationState::transcriptPaneStatePersists_data() {
+void TestApplicationState::transcriptPaneStatePersists_data()
+{
     QTest::addColumn<bool>("visible");
     QTest::addColumn<double>("thickness");
     QTest::newRow("shown") << true << 212.5;
@@ -23,7 +24,8 @@ void TestApplicationState::transcriptPaneStatePersists_data() {
     QTest::newRow("shown without a thickness") << true << 0.0;
 }
 
-void TestApplicationState::transcriptPaneStatePersists() {
+void TestApplicationState::transcriptPaneStatePersists()
+{
     QFETCH(bool, visible);
     QFETCH(double, thickness);
     QTemporaryDir dir;
@@ -50,7 +52,8 @@ void TestApplicationState::transcriptPaneStatePersists() {
     QCOMPARE(thicknessChanged.count(), thickness != 0.0 ? 1 : 0);
 }
 
-void TestApplicationState::settingAnUnchangedValueStillWritesIt() {
+void TestApplicationState::settingAnUnchangedValueStillWritesIt()
+{
     QTemporaryDir dir;
     Defaults defaults(dir.filePath("s.conf"));
     ApplicationState state(defaults);
@@ -66,7 +69,8 @@ void TestApplicationState::settingAnUnchangedValueStillWritesIt() {
     QVERIFY(defaults.isWritten("TranscriptPaneThickness"));
 }
 
-void TestApplicationState::restoreDoesNotWriteRegisteredValues() {
+void TestApplicationState::restoreDoesNotWriteRegisteredValues()
+{
     QTemporaryDir dir;
     Defaults defaults(dir.filePath("s.conf"));
     defaults.registerDefaults({{"TranscriptPaneVisible", true}, {"TranscriptPaneThickness", 180.0}});

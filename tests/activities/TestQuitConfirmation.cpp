@@ -18,7 +18,8 @@ private Q_SLOTS:
     void overlappingOperationsLeaveTheAppIdleWhenTheFirstEnds();
 };
 
-void TestQuitConfirmation::answersTheRequest_data() {
+void TestQuitConfirmation::answersTheRequest_data()
+{
     QTest::addColumn<bool>("busy");
     QTest::addColumn<QString>("answer");
     QTest::addColumn<bool>("terminate");
@@ -27,7 +28,8 @@ void TestQuitConfirmation::answersTheRequest_data() {
     QTest::newRow("busy, Terminate Anyway") << true << "Terminate Anyway" << true;
 }
 
-void TestQuitConfirmation::answersTheRequest() {
+void TestQuitConfirmation::answersTheRequest()
+{
     QFETCH(bool, busy);
     QFETCH(QString, answer);
     QFETCH(bool, terminate);
@@ -61,7 +63,8 @@ void TestQuitConfirmation::answersTheRequest() {
     QVERIFY(alert.suppressionKey.isEmpty());
 }
 
-void TestQuitConfirmation::overlappingOperationsLeaveTheAppIdleWhenTheFirstEnds() {
+void TestQuitConfirmation::overlappingOperationsLeaveTheAppIdleWhenTheFirstEnds()
+{
     const QString cat = QStandardPaths::findExecutable("cat");
     if (cat.isEmpty()) {
         QSKIP("cat is not installed");

@@ -12,7 +12,8 @@
 
 namespace {
 
-QStringList strings(const QList<TranscriptMessage>& messages) {
+QStringList strings(const QList<TranscriptMessage>& messages)
+{
     QStringList result;
     for (const TranscriptMessage& message : messages) {
         result.append(message.string());
@@ -20,7 +21,8 @@ QStringList strings(const QList<TranscriptMessage>& messages) {
     return result;
 }
 
-QByteArray readAll(const QString& path) {
+QByteArray readAll(const QString& path)
+{
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
 }
@@ -44,7 +46,8 @@ private Q_SLOTS:
     void reportsTheSystemsWriteError();
 };
 
-void TestTranscript::splitsChunksIntoLines_data() {
+void TestTranscript::splitsChunksIntoLines_data()
+{
     QTest::addColumn<QStringList>("chunks");
     QTest::addColumn<QStringList>("expected");
 
@@ -61,7 +64,8 @@ void TestTranscript::splitsChunksIntoLines_data() {
     QTest::newRow("non-ASCII text") << QStringList{u"🍺 naïve\n"_qs} << QStringList{u"🍺 naïve"_qs};
 }
 
-void TestTranscript::splitsChunksIntoLines() {
+void TestTranscript::splitsChunksIntoLines()
+{
     QFETCH(QStringList, chunks);
     QFETCH(QStringList, expected);
 
@@ -80,7 +84,8 @@ void TestTranscript::splitsChunksIntoLines() {
     }
 }
 
-void TestTranscript::keepsEachThreadsOrderAndChangesOnlyOnTheGuiThread() {
+void TestTranscript::keepsEachThreadsOrderAndChangesOnlyOnTheGuiThread()
+{
     constexpr int threadCount = 4;
     constexpr int chunksPerThread = 250;
     Transcript transcript;
@@ -118,7 +123,8 @@ void TestTranscript::keepsEachThreadsOrderAndChangesOnlyOnTheGuiThread() {
     }
 }
 
-void TestTranscript::clearEmptiesAndAnnounces() {
+void TestTranscript::clearEmptiesAndAnnounces()
+{
     Transcript transcript;
     QSignalSpy emptiness(&transcript, &Transcript::isEmptyChanged);
     QSignalSpy cleared(&transcript, &Transcript::cleared);
@@ -144,7 +150,8 @@ void TestTranscript::clearEmptiesAndAnnounces() {
     QCOMPARE(emptiness.at(1).at(0).toBool(), true);
 }
 
-void TestTranscript::exportLineFormat() {
+void TestTranscript::exportLineFormat()
+{
     const TranscriptMessage message(u"🍺  /opt/homebrew/Cellar/wget/1.24.5: 92 files"_qs,
                                     Activity::make("wget", "Install"));
     const QString line = message.exportLine();
@@ -157,7 +164,8 @@ void TestTranscript::exportLineFormat() {
     QCOMPARE(line.left(12), message.dateTime().toString("HH:mm:ss.zzz"));
 }
 
-void TestTranscript::savesShownMessagesAsUtf8() {
+void TestTranscript::savesShownMessagesAsUtf8()
+{
     QTemporaryDir dir;
     QVERIFY(dir.isValid());
     const QString path = dir.filePath("transcript.log");
@@ -185,7 +193,8 @@ void TestTranscript::savesShownMessagesAsUtf8() {
     QCOMPARE(QString::fromUtf8(content), first.exportLine() + "\n" + second.exportLine());
 }
 
-void TestTranscript::savesAnEmptyListAsAnEmptyFile() {
+void TestTranscript::savesAnEmptyListAsAnEmptyFile()
+{
     QTemporaryDir dir;
     const QString path = dir.filePath("transcript.log");
     const ActivityPtr activity = Activity::make("wget", "Install");
@@ -198,14 +207,16 @@ void TestTranscript::savesAnEmptyListAsAnEmptyFile() {
     QCOMPARE(readAll(path), QByteArray());
 }
 
-void TestTranscript::unencodableTextIsNotWritten_data() {
+void TestTranscript::unencodableTextIsNotWritten_data()
+{
     QTest::addColumn<QString>("text");
     QTest::newRow("lone high surrogate inside") << QString("a") + QChar(0xD83C) + "b";
     QTest::newRow("lone high surrogate at the end") << QString("ab") + QChar(0xD83C);
     QTest::newRow("lone low surrogate") << QString("a") + QChar(0xDF7A);
 }
 
-void TestTranscript::unencodableTextIsNotWritten() {
+void TestTranscript::unencodableTextIsNotWritten()
+{
     QFETCH(QString, text);
     QTemporaryDir dir;
     const QString path = dir.filePath("transcript.log");
@@ -217,14 +228,16 @@ void TestTranscript::unencodableTextIsNotWritten() {
     QVERIFY(!QFile::exists(path));
 }
 
-void TestTranscript::reportsTheSystemsWriteError_data() {
+void TestTranscript::reportsTheSystemsWriteError_data()
+{
     QTest::addColumn<QString>("relativePath");
     QTest::addColumn<QString>("description");
     QTest::newRow("missing folder") << "missing/transcript.log" << QString::fromLocal8Bit(std::strerror(ENOENT));
     QTest::newRow("parent is a file") << "file/transcript.log" << QString::fromLocal8Bit(std::strerror(ENOTDIR));
 }
 
-void TestTranscript::reportsTheSystemsWriteError() {
+void TestTranscript::reportsTheSystemsWriteError()
+{
     QFETCH(QString, relativePath);
     QFETCH(QString, description);
     QTemporaryDir dir;

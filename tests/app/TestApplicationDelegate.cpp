@@ -44,8 +44,8 @@ void TestApplicationDelegate::init()
         file.write(PropertyList::serialize(content));
     };
     write(QStringLiteral("Info.plist"), {{QStringLiteral("TW_SERVICES_URL"), QStringLiteral("http://127.0.0.1:1")}});
-    write(QStringLiteral("DefaultSettings.plist"), {{PreferenceKeys::TranscriptPaneVisible, true},
-                                                    {PreferenceKeys::TranscriptPaneThickness, 180.5}});
+    write(QStringLiteral("DefaultSettings.plist"),
+          {{PreferenceKeys::TranscriptPaneVisible, true}, {PreferenceKeys::TranscriptPaneThickness, 180.5}});
     m_bundle = std::make_unique<Bundle>(resources.path());
     m_defaults = std::make_unique<Defaults>(m_dir->filePath(QStringLiteral("settings.conf")));
 }
@@ -74,8 +74,9 @@ void TestApplicationDelegate::startsInOrderWithDefaultsAndState()
     ApplicationDelegate delegate(*m_bundle, *m_defaults);
     delegate.applicationDidFinishLaunching();
 
-    QCOMPARE(log.texts(), (QStringList{QStringLiteral("Launching Corvel X..."), QStringLiteral("Loading default settings"),
-                                       QStringLiteral("Restoring custom appearance")}));
+    QCOMPARE(log.texts(),
+             (QStringList{QStringLiteral("Launching Corvel X..."), QStringLiteral("Loading default settings"),
+                          QStringLiteral("Restoring custom appearance")}));
     // The transcript pane state comes from the registered defaults, restored before any window exists.
     QVERIFY(delegate.state().transcriptPaneVisible());
     QCOMPARE(delegate.state().transcriptPaneThickness(), 180.5);

@@ -3,7 +3,6 @@
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
 #include <QTest>
-
 #include <csignal>
 
 class TestLaunch : public QObject {
@@ -65,10 +64,10 @@ void TestLaunch::configOverlay_data()
     QTest::addColumn<QByteArray>("plist");
     QTest::addColumn<QByteArray>("message");
 
-    QTest::newRow("invalid service URL") << QByteArray("<dict><key>TW_SERVICES_URL</key><string>http://exa mple.com</string></dict>")
-                                         << QByteArray("Services URL is invalid");
-    QTest::newRow("not a property list") << QByteArray("<dict><key>TW_SERVICES_URL</key>")
-                                         << QByteArray("corvel-x: ");
+    QTest::newRow("invalid service URL")
+        << QByteArray("<dict><key>TW_SERVICES_URL</key><string>http://exa mple.com</string></dict>")
+        << QByteArray("Services URL is invalid");
+    QTest::newRow("not a property list") << QByteArray("<dict><key>TW_SERVICES_URL</key>") << QByteArray("corvel-x: ");
 }
 
 void TestLaunch::configOverlay()

@@ -1,7 +1,6 @@
 #include "LogCapture.h"
 
 #include <QMutexLocker>
-
 #include <atomic>
 #include <cstring>
 

@@ -19,12 +19,9 @@ void ScriptedAlerter::present(const Alert& alert, std::function<void(AlertRespon
     const Answer answer = m_answers.dequeue();
     const int index = alert.buttons.indexOf(answer.button);
     if (index < 0) {
-        QTest::qFail(qPrintable(QStringLiteral("The alert has no button '%1'").arg(answer.button)), __FILE__,
-                     __LINE__);
+        QTest::qFail(qPrintable(QStringLiteral("The alert has no button '%1'").arg(answer.button)), __FILE__, __LINE__);
         return;
     }
     // A real alert answers later, from the event loop; so does this one.
-    Threading::runOnGuiThread([done = std::move(done), index, suppress = answer.suppress] {
-        done({index, suppress});
-    });
+    Threading::runOnGuiThread([done = std::move(done), index, suppress = answer.suppress] { done({index, suppress}); });
 }

@@ -5,7 +5,6 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
-
 #include <optional>
 
 class TestMessageBoxAlerter : public QObject {
@@ -39,8 +38,11 @@ void TestMessageBoxAlerter::answers()
     parent.show();
     MessageBoxAlerter alerter(&parent);
     std::optional<AlertResponse> response;
-    alerter.present({Alert::Style::Warning, QStringLiteral("Reinstall?"), QStringLiteral("It takes a while."),
-                     {QStringLiteral("Reinstall"), QStringLiteral("Cancel")}, suppressionKey},
+    alerter.present({Alert::Style::Warning,
+                     QStringLiteral("Reinstall?"),
+                     QStringLiteral("It takes a while."),
+                     {QStringLiteral("Reinstall"), QStringLiteral("Cancel")},
+                     suppressionKey},
                     [&](AlertResponse answer) { response = answer; });
 
     QMessageBox* box = parent.findChild<QMessageBox*>();
