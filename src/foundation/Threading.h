@@ -26,19 +26,20 @@ void runOnGuiThread(QObject* context, std::function<void()> fn);
 
 bool isGuiThread();
 
-// Runs work in the background and hands its result to done on context's thread; done is dropped if context
-// is gone by then.
+// Runs work in the background and hands its result to done on the GUI thread; done is dropped if context (an
+// object of the GUI thread) is gone by then.
 template <class T>
 void runAsync(std::function<T()> work, QObject* context, std::function<void(T)> done)
 {
     QPointer<QObject> guard(context);
     runInBackground([work = std::move(work), done = std::move(done), guard]() mutable {
         auto result = std::make_shared<T>(work());
-        if (!guard) {
-            return;
-        }
-        QMetaObject::invokeMethod(
-            guard.data(), [done = std::move(done), result] { done(std::move(*result)); }, Qt::QueuedConnection);
+        // The guard is only read on the GUI thread, where context lives and dies.
+        runOnGuiThread([done = std::move(done), result, guard] {
+            if (guard) {
+                done(std::move(*result));
+            }
+        });
     });
 }
 

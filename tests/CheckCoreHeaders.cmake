@@ -1,0 +1,16 @@
+# Fails when a source of corvel_core includes a QtGui or QtWidgets header: the core must build and test without
+# a display. Run as: cmake -DSOURCE_DIR=<src> -P CheckCoreHeaders.cmake
+file(GLOB_RECURSE sources "${SOURCE_DIR}/*.h" "${SOURCE_DIR}/*.cpp")
+list(FILTER sources EXCLUDE REGEX "/src/(ui|app)/")
+set(offenders "")
+foreach(source ${sources})
+    file(STRINGS "${source}" includes REGEX "^[ \t]*#[ \t]*include[ \t]*[<\"](QtGui|QtWidgets|QWidget|QApplication|QGuiApplication|QPixmap|QImage|QIcon|QColor|QPalette|QFont|QMessageBox|QClipboard|QDesktopServices)")
+    if(includes)
+        list(APPEND offenders "${source}: ${includes}")
+    endif()
+endforeach()
+if(offenders)
+    list(JOIN offenders "\n" report)
+    message(FATAL_ERROR "corvel_core includes GUI headers:\n${report}")
+endif()
+message(STATUS "corvel_core includes no GUI headers")
