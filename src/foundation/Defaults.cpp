@@ -5,77 +5,10 @@
 #include <QCoreApplication>
 #include <QMutexLocker>
 #include <QStandardPaths>
-#include <cmath>
-#include <limits>
 
-namespace {
-
-bool isNumber(const QVariant& value)
-{
-    switch (value.typeId()) {
-    case QMetaType::Char:
-    case QMetaType::SChar:
-    case QMetaType::UChar:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Float:
-    case QMetaType::Double:
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool isFloatingPoint(const QVariant& value)
-{
-    return value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float;
-}
-
-// The INI file keeps every scalar as text, so a value read back after a restart is a string even when a bool
-// or a number was written.
-bool isScalar(const QVariant& value)
-{
-    return value.typeId() == QMetaType::QString || value.typeId() == QMetaType::Bool || isNumber(value);
-}
-
-bool isAffirmative(const QString& text)
-{
-    return text.compare(u"true", Qt::CaseInsensitive) == 0 || text.compare(u"yes", Qt::CaseInsensitive) == 0;
-}
-
-qint64 truncated(double value)
-{
-    if (std::isnan(value)) {
-        return 0;
-    }
-    constexpr double limit = 9223372036854775808.0; // 2^63
-    if (value >= limit) {
-        return std::numeric_limits<qint64>::max();
-    }
-    if (value < -limit) {
-        return std::numeric_limits<qint64>::min();
-    }
-    return qint64(value);
-}
-
-bool sameValue(const QVariant& a, const QVariant& b)
-{
-    if (!a.isValid() || !b.isValid()) {
-        return a.isValid() == b.isValid();
-    }
-    if (a.typeId() != b.typeId() && isScalar(a) && isScalar(b)) {
-        return a.toString() == b.toString();
-    }
-    return a == b;
-}
-
-} // namespace
+// The INI file keeps every scalar as text, so a value read back after a restart is a string even when a bool or a
+// number was written. QVariant's conversions and its comparison of text with numbers take care of that: "false"
+// reads false, "3" reads 3, and writing 3 over a "3" read from disk is no change.
 
 Defaults::Defaults(const QString& filePath, QObject* parent)
     : QObject(parent)
@@ -114,18 +47,18 @@ QString Defaults::filePath() const
 
 void Defaults::registerDefaults(const QVariantMap& values)
 {
+    QMutexLocker lock(&m_mutex);
+    const QVariantMap previous = std::exchange(m_registered, values);
+    QStringList keys = previous.keys() + values.keys();
+    keys.removeDuplicates();
     QStringList changed;
-    {
-        QMutexLocker lock(&m_mutex);
-        const QVariantMap previous = std::exchange(m_registered, values);
-        QStringList keys = previous.keys() + values.keys();
-        keys.removeDuplicates();
-        for (const QString& key : std::as_const(keys)) {
-            if (!m_settings->contains(key) && !sameValue(previous.value(key), values.value(key))) {
-                changed.append(key);
-            }
+    for (const QString& key : std::as_const(keys)) {
+        if (!m_settings->contains(key) && previous.value(key) != values.value(key)) {
+            changed.append(key);
         }
     }
+    // Observers may read the preferences again; they must find them unlocked.
+    lock.unlock();
     for (const QString& key : std::as_const(changed)) {
         Q_EMIT valueChanged(key);
     }
@@ -156,78 +89,24 @@ bool Defaults::isWritten(const QString& key) const
 
 bool Defaults::boolValue(const QString& key) const
 {
-    const QVariant stored = value(key);
-    if (stored.typeId() == QMetaType::Bool) {
-        return stored.toBool();
-    }
-    if (isNumber(stored)) {
-        return stored.toDouble() != 0.0;
-    }
-    if (stored.typeId() == QMetaType::QString) {
-        const QString text = stored.toString().trimmed();
-        if (isAffirmative(text)) {
-            return true;
-        }
-        bool ok = false;
-        const double number = text.toDouble(&ok);
-        return ok && number != 0.0;
-    }
-    return false;
+    return value(key).toBool();
 }
 
 qint64 Defaults::integerValue(const QString& key) const
 {
-    const QVariant stored = value(key);
-    if (stored.typeId() == QMetaType::Bool) {
-        return stored.toBool() ? 1 : 0;
-    }
-    if (isFloatingPoint(stored)) {
-        return truncated(stored.toDouble());
-    }
-    if (isNumber(stored)) {
-        return stored.toLongLong();
-    }
-    if (stored.typeId() == QMetaType::QString) {
-        const QString text = stored.toString().trimmed();
-        bool ok = false;
-        const qint64 integer = text.toLongLong(&ok);
-        if (ok) {
-            return integer;
-        }
-        const double number = text.toDouble(&ok);
-        if (ok) {
-            return truncated(number);
-        }
-        return isAffirmative(text) ? 1 : 0;
-    }
-    return 0;
+    return value(key).toLongLong();
 }
 
 double Defaults::doubleValue(const QString& key) const
 {
-    const QVariant stored = value(key);
-    if (stored.typeId() == QMetaType::Bool) {
-        return stored.toBool() ? 1.0 : 0.0;
-    }
-    if (isNumber(stored)) {
-        return stored.toDouble();
-    }
-    if (stored.typeId() == QMetaType::QString) {
-        const QString text = stored.toString().trimmed();
-        bool ok = false;
-        const double number = text.toDouble(&ok);
-        if (ok) {
-            return number;
-        }
-        return isAffirmative(text) ? 1.0 : 0.0;
-    }
-    return 0.0;
+    return value(key).toDouble();
 }
 
 std::optional<QString> Defaults::stringValue(const QString& key) const
 {
     const QVariant stored = value(key);
-    if (!isScalar(stored)) {
+    // Only scalars (text, numbers, booleans) read as text; a list would otherwise pass for its only element.
+    if (!stored.canConvert<double>()) {
         return std::nullopt;
     }
     return stored.toString();
@@ -235,27 +114,14 @@ std::optional<QString> Defaults::stringValue(const QString& key) const
 
 std::optional<QDateTime> Defaults::dateValue(const QString& key) const
 {
-    const QVariant stored = value(key);
-    QDateTime date;
-    if (stored.typeId() == QMetaType::QDateTime) {
-        date = stored.toDateTime();
-    } else if (stored.typeId() == QMetaType::QString) {
-        date = QDateTime::fromString(stored.toString().trimmed(), Qt::ISODate);
-    }
-    if (!date.isValid()) {
-        return std::nullopt;
-    }
-    return date;
+    const QDateTime date = value(key).toDateTime();
+    return date.isValid() ? std::optional(date) : std::nullopt;
 }
 
 QMap<QString, QStringList> Defaults::stringArrayDictionary(const QString& key) const
 {
-    const QVariant stored = value(key);
+    const QVariantMap map = value(key).toMap();
     QMap<QString, QStringList> result;
-    if (stored.typeId() != QMetaType::QVariantMap) {
-        return result;
-    }
-    const QVariantMap map = stored.toMap();
     for (auto it = map.cbegin(); it != map.cend(); ++it) {
         result.insert(it.key(), it.value().toStringList());
     }
@@ -271,14 +137,10 @@ void Defaults::setValue(const QString& key, const QVariant& value)
         remove(key);
         return;
     }
-    bool changed = true;
-    {
-        QMutexLocker lock(&m_mutex);
-        if (m_settings->contains(key)) {
-            changed = !sameValue(m_settings->value(key), value);
-        }
-        m_settings->setValue(key, value);
-    }
+    QMutexLocker lock(&m_mutex);
+    const bool changed = !m_settings->contains(key) || m_settings->value(key) != value;
+    m_settings->setValue(key, value);
+    lock.unlock();
     if (changed) {
         Q_EMIT valueChanged(key);
     }
@@ -298,14 +160,10 @@ void Defaults::remove(const QString& key)
     if (key.isEmpty()) {
         return;
     }
-    bool wasWritten = false;
-    {
-        QMutexLocker lock(&m_mutex);
-        wasWritten = m_settings->contains(key);
-        if (wasWritten) {
-            m_settings->remove(key);
-        }
-    }
+    QMutexLocker lock(&m_mutex);
+    const bool wasWritten = m_settings->contains(key);
+    m_settings->remove(key);
+    lock.unlock();
     if (wasWritten) {
         Q_EMIT valueChanged(key);
     }

@@ -10,6 +10,7 @@
 #include <simdjson.h>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -37,7 +38,8 @@ QString corruptedDescription(simdjson::error_code error)
         .arg(QString::fromUtf8(simdjson::error_message(error)));
 }
 
-// The JSON number grammar; the on-demand parser leaves numbers unchecked until they are read.
+// The JSON number grammar; the on-demand parser leaves numbers unchecked until they are read. Not a std::regex: its
+// matcher recurses once per character and overflows the stack on a long run of digits.
 bool isJsonNumber(std::string_view text)
 {
     std::size_t i = 0;
@@ -287,9 +289,7 @@ bool JsonReader::rawToken(std::string_view& out)
         }
     });
     // The token runs up to the next one, white space included.
-    while (!out.empty() && (out.back() == ' ' || out.back() == '\t' || out.back() == '\n' || out.back() == '\r')) {
-        out.remove_suffix(1);
-    }
+    out = out.substr(0, out.find_last_not_of(" \t\n\r") + 1);
     return !error;
 }
 
@@ -394,7 +394,7 @@ bool JsonReader::readInteger(int& out)
     if (!readInteger(value)) {
         return false;
     }
-    if (value < std::numeric_limits<int>::min() || value > std::numeric_limits<int>::max()) {
+    if (!std::in_range<int>(value)) {
         return fail(DecodingError::dataCorrupted,
                     QStringLiteral("Parsed JSON number <%1> does not fit in int").arg(value));
     }

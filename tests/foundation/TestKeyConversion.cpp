@@ -3,6 +3,16 @@
 #include <QTest>
 #include <string>
 
+// Both reference tables: a key and what it converts to.
+static void addRows(std::initializer_list<std::pair<const char*, const char*>> rows)
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("expected");
+    for (const auto& [key, expected] : rows) {
+        QTest::newRow(*key ? key : "(empty)") << QString::fromUtf8(key) << QString::fromUtf8(expected);
+    }
+}
+
 class TestKeyConversion : public QObject {
     Q_OBJECT
 
@@ -15,10 +25,7 @@ private Q_SLOTS:
 
 void TestKeyConversion::fromSnakeCase_data()
 {
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("expected");
-
-    const QList<std::pair<const char*, const char*>> pairs = {
+    addRows({
         {"", ""},
         {"a", "a"},
         {"ALLCAPS", "ALLCAPS"},
@@ -41,10 +48,7 @@ void TestKeyConversion::fromSnakeCase_data()
         {"formula_files", "formulaFiles"},
         {"screen_saver", "screenSaver"},
         {"x86_64_linux", "x8664Linux"},
-    };
-    for (const auto& [key, expected] : pairs) {
-        QTest::newRow(*key ? key : "(empty)") << QString::fromUtf8(key) << QString::fromUtf8(expected);
-    }
+    });
 }
 
 void TestKeyConversion::fromSnakeCase()
@@ -56,18 +60,13 @@ void TestKeyConversion::fromSnakeCase()
 
     // The decoder's UTF-8 path must agree with the QString one, ASCII fast path and Unicode fallback alike.
     std::string buffer = "left over from an earlier key";
-    const QByteArray utf8 = key.toUtf8();
-    const std::string_view converted =
-        KeyConversion::convertFromSnakeCase(std::string_view(utf8.constData(), std::size_t(utf8.size())), buffer);
-    QCOMPARE(QString::fromUtf8(converted.data(), qsizetype(converted.size())), expected);
+    const std::string utf8 = key.toStdString();
+    QCOMPARE(QUtf8StringView(KeyConversion::convertFromSnakeCase(utf8, buffer)).toString(), expected);
 }
 
 void TestKeyConversion::toSnakeCase_data()
 {
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("expected");
-
-    const QList<std::pair<const char*, const char*>> pairs = {
+    addRows({
         {"simpleOneTwo", "simple_one_two"},
         {"myURL", "my_url"},
         {"singleCharacterAtEndX", "single_character_at_end_x"},
@@ -88,10 +87,7 @@ void TestKeyConversion::toSnakeCase_data()
         {"🐧🐟", "🐧🐟"},
         {"fullName", "full_name"},
         {"screenSaver", "screen_saver"},
-    };
-    for (const auto& [key, expected] : pairs) {
-        QTest::newRow(*key ? key : "(empty)") << QString::fromUtf8(key) << QString::fromUtf8(expected);
-    }
+    });
 }
 
 void TestKeyConversion::toSnakeCase()
