@@ -16,6 +16,7 @@ ApplicationDelegate::ApplicationDelegate(Bundle& bundle, Defaults& defaults, QOb
     , m_defaults(defaults)
     , m_state(defaults)
     , m_quitConfirmation(m_state, m_alerter)
+    , m_askpass(m_passwordDialog)
 {
     connect(qApp, &QCoreApplication::aboutToQuit, this, &ApplicationDelegate::applicationWillTerminate);
 }
@@ -31,8 +32,14 @@ void ApplicationDelegate::applicationDidFinishLaunching()
     qCInfo(lcCorvel) << "Restoring custom appearance";
     Appearance::apply(Appearance::fromValue(m_defaults.integerValue(PreferenceKeys::Appearance)));
 
+    // Without the relay only commands that need the administrator password fail, so the application goes on.
+    if (const Result<void> registered = m_askpass.registerPort(); !registered) {
+        qCWarning(lcCorvel).noquote() << "Unable to register askpass message port:" << registered.error().description();
+    }
+
     m_mainWindow = std::make_unique<MainWindow>();
     m_alerter.setParentWidget(m_mainWindow.get());
+    m_passwordDialog.setParentWidget(m_mainWindow.get());
     m_mainWindow->setCloseRequest([this](std::function<void(bool)> reply) { requestTermination(std::move(reply)); });
     m_mainWindow->show();
 }

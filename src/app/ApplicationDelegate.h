@@ -1,10 +1,12 @@
-// Starts the application in its fixed order (preferences, state, appearance, main window) and ends it, asking
-// first while a background operation runs.
+// Starts the application in its fixed order (preferences, state, appearance, password relay, main window) and ends
+// it, asking first while a background operation runs.
 #pragma once
 
 #include "activities/ApplicationState.h"
 #include "activities/QuitConfirmation.h"
+#include "homebrew/Askpass.h"
 #include "ui/MessageBoxAlerter.h"
+#include "ui/PasswordDialog.h"
 
 #include <QObject>
 #include <memory>
@@ -37,5 +39,7 @@ private:
     ApplicationState m_state;
     MessageBoxAlerter m_alerter;
     QuitConfirmation m_quitConfirmation;
+    PasswordDialog m_passwordDialog;
+    Askpass m_askpass;
     std::unique_ptr<MainWindow> m_mainWindow;
 };

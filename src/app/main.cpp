@@ -2,9 +2,11 @@
 #include "app/TerminationSignals.h"
 #include "foundation/Bundle.h"
 #include "foundation/Defaults.h"
+#include "homebrew/HomebrewInstallation.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QFileInfo>
 #include <QTextStream>
 
 int main(int argc, char* argv[])
@@ -26,6 +28,11 @@ int main(int argc, char* argv[])
                                           QStringLiteral("Overlays the keys of another Info.plist on the bundle's."),
                                           QStringLiteral("FILE"));
     parser.addOption(configOption);
+    const QCommandLineOption rootOption(
+        QStringLiteral("root"),
+        QStringLiteral("Looks for Homebrew under DIR (DIR/opt/homebrew, DIR/usr/local/homebrew) instead of /."),
+        QStringLiteral("DIR"));
+    parser.addOption(rootOption);
     parser.process(app);
 
     if (parser.isSet(configOption)) {
@@ -35,6 +42,15 @@ int main(int argc, char* argv[])
             return 2;
         }
         bundle.overlayInfo(overlay.value());
+    }
+    if (parser.isSet(rootOption)) {
+        const QString root = parser.value(rootOption);
+        // A mistyped root would silently look like a machine without Homebrew.
+        if (!QFileInfo(root).isDir()) {
+            QTextStream(stderr) << "corvel-x: --root: " << root << " is not a directory" << '\n';
+            return 2;
+        }
+        Homebrew::Installation::shared().setRoot(root);
     }
     // A build without a usable configuration must stop here, before anything else runs.
     bundle.serviceURL();

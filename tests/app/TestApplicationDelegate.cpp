@@ -76,7 +76,8 @@ void TestApplicationDelegate::startsInOrderWithDefaultsAndState()
 
     QCOMPARE(log.texts(),
              (QStringList{QStringLiteral("Launching Corvel X..."), QStringLiteral("Loading default settings"),
-                          QStringLiteral("Restoring custom appearance")}));
+                          QStringLiteral("Restoring custom appearance"),
+                          QStringLiteral("Registering askpass message port")}));
     // The transcript pane state comes from the registered defaults, restored before any window exists.
     QVERIFY(delegate.state().transcriptPaneVisible());
     QCOMPARE(delegate.state().transcriptPaneThickness(), 180.5);
