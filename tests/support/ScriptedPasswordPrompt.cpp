@@ -16,7 +16,6 @@ void ScriptedPasswordPrompt::askPassword(std::function<void(std::optional<QStrin
         ++m_overlaps;
     }
     m_open = std::move(done);
-    Q_EMIT questionAsked();
     if (!m_script.isEmpty()) {
         Threading::runOnGuiThread(this, [this, password = m_script.dequeue()] { answerOpen(password); });
     }

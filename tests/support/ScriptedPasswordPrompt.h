@@ -7,9 +7,8 @@
 #include <QObject>
 #include <QQueue>
 
+// A QObject only so that a scripted answer still queued when the prompt goes away is dropped.
 class ScriptedPasswordPrompt : public QObject, public PasswordPrompt {
-    Q_OBJECT
-
 public:
     // Queues the answer to the next question: the password typed, or nullopt for Cancel.
     void answerNext(std::optional<QString> password);
@@ -25,9 +24,6 @@ public:
     int asked() const { return m_asked; }
     // How many questions were asked while another one was still open.
     int overlaps() const { return m_overlaps; }
-
-Q_SIGNALS:
-    void questionAsked();
 
 private:
     QQueue<std::optional<QString>> m_script;

@@ -720,10 +720,7 @@ int SimulatorCommands::installFormula(const QJsonObject& record)
         change([eachToken, entry](SimulatorState& state) {
             state.formulae.insert(eachToken, entry);
             state.outdatedFormulae.remove(eachToken);
-            const QString download = eachToken + QStringLiteral("--") + entry.version;
-            if (!state.downloads.contains(download)) {
-                state.downloads.append(download);
-            }
+            state.rememberDownload(eachToken, entry.version);
         });
     }
     return 0;
@@ -755,10 +752,7 @@ int SimulatorCommands::installCask(const QJsonObject& record)
     change([token, entry](SimulatorState& state) {
         state.casks.insert(token, entry);
         state.outdatedCasks.remove(token);
-        const QString download = token + QStringLiteral("--") + entry.version;
-        if (!state.downloads.contains(download)) {
-            state.downloads.append(download);
-        }
+        state.rememberDownload(token, entry.version);
     });
     return 0;
 }
@@ -937,7 +931,7 @@ int SimulatorCommands::upgrade(Kind kind)
             entry.oldVersions.append(oldVersion);
             entry.installedTime = now();
             state.outdatedFormulae.remove(token);
-            state.downloads.append(token + QStringLiteral("--") + newVersion);
+            state.rememberDownload(token, newVersion);
         });
     }
     for (const QString& token : std::as_const(casks)) {
@@ -963,7 +957,7 @@ int SimulatorCommands::upgrade(Kind kind)
             state.casks[token].version = newVersion;
             state.casks[token].installedTime = now();
             state.outdatedCasks.remove(token);
-            state.downloads.append(token + QStringLiteral("--") + newVersion);
+            state.rememberDownload(token, newVersion);
         });
     }
     return 0;

@@ -79,6 +79,15 @@ struct SimulatorState {
     // Keys this version does not know, kept so that a rewrite loses nothing.
     QJsonObject otherKeys;
 
+    // Keeps the downloaded archive of token at version in the cache that "cleanup" empties.
+    void rememberDownload(const QString& token, const QString& version)
+    {
+        const QString download = token + QStringLiteral("--") + version;
+        if (!downloads.contains(download)) {
+            downloads.append(download);
+        }
+    }
+
     static SimulatorState fromJson(const QJsonObject& object);
     QJsonObject toJson() const;
 
