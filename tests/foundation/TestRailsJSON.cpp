@@ -1,3 +1,5 @@
+#include "catalogue/HomebrewCask.h"
+#include "catalogue/HomebrewFormula.h"
 #include "foundation/FailableCodable.h"
 #include "foundation/JSON.h"
 #include "foundation/RailsJSONDecoder.h"
@@ -11,45 +13,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Shaped like the catalogue's formula and cask records.
-struct FormulaRecord {
-    QString token;
-    QString name;
-    std::optional<QString> tap;
-    FailableCodable<QUrl> website;
-    // Real records hold a string, null, an array or an object here: anything but a string must not cost the formula.
-    FailableCodable<QString> license;
-
-    static constexpr auto codingKeys()
-    {
-        return std::make_tuple(CodingKey("name", &FormulaRecord::token), CodingKey("fullName", &FormulaRecord::name),
-                               CodingKey("tap", &FormulaRecord::tap), CodingKey("homepage", &FormulaRecord::website),
-                               CodingKey("license", &FormulaRecord::license));
-    }
-};
-
-struct CaskRecord {
-    QString token;
-    QStringList nameParts;
-    std::optional<QString> desc;
-    FailableCodable<QUrl> website;
-    std::optional<QString> version;
-    QString internalSha256;
-    FailableCodable<std::vector<JSON>> artifacts;
-
-    static constexpr auto codingKeys()
-    {
-        return std::make_tuple(CodingKey("token", &CaskRecord::token), CodingKey("name", &CaskRecord::nameParts),
-                               CodingKey("desc", &CaskRecord::desc), CodingKey("homepage", &CaskRecord::website),
-                               CodingKey("installed", &CaskRecord::version),
-                               CodingKey("sha256", &CaskRecord::internalSha256),
-                               CodingKey("artifacts", &CaskRecord::artifacts));
-    }
-};
-
+// A brew info document with both arrays, as `brew info --json=v2` without --formulae or --casks gives.
 struct InfoEnvelope {
-    std::vector<FormulaRecord> formulae;
-    std::vector<CaskRecord> casks;
+    std::vector<Homebrew::Formula> formulae;
+    std::vector<Homebrew::Cask> casks;
     static constexpr auto codingKeys()
     {
         return std::make_tuple(CodingKey("formulae", &InfoEnvelope::formulae),
@@ -109,7 +76,7 @@ QByteArray failure(const Result<T>& result)
 }
 
 // The fields in which the sample records differ; "-" when absent.
-QString summary(const FormulaRecord& f)
+QString summary(const Homebrew::Formula& f)
 {
     const QString absent = QStringLiteral("-");
     return QStringList{f.name, f.tap.value_or(absent), f.website ? f.website->host() : absent,
@@ -117,7 +84,7 @@ QString summary(const FormulaRecord& f)
         .join(u" | ");
 }
 
-QString summary(const CaskRecord& c)
+QString summary(const Homebrew::Cask& c)
 {
     QStringList artifactKeys;
     for (const JSON& artifact : c.artifacts.value_or(JSON::Array())) {
@@ -136,10 +103,10 @@ QStringList summaries(const Result<InfoEnvelope>& info)
         return {info.error().description()};
     }
     QStringList summaries;
-    for (const FormulaRecord& formula : info.value().formulae) {
+    for (const Homebrew::Formula& formula : info.value().formulae) {
         summaries += formula.token + ": " + summary(formula);
     }
-    for (const CaskRecord& cask : info.value().casks) {
+    for (const Homebrew::Cask& cask : info.value().casks) {
         summaries += cask.token + ": " + summary(cask);
     }
     return summaries;
@@ -210,10 +177,10 @@ void TestRailsJSON::homebrewRecords()
     QVERIFY2(info, failure(info));
     QCOMPARE(int(info.value().formulae.size()), formulae);
     QCOMPARE(int(info.value().casks.size()), casks);
-    for (const FormulaRecord& f : info.value().formulae) {
+    for (const Homebrew::Formula& f : info.value().formulae) {
         QVERIFY2(f.website && (f.tap != u"brewsci/bio" || f.name == "brewsci/bio/" + f.token), qPrintable(f.token));
     }
-    for (const CaskRecord& c : info.value().casks) {
+    for (const Homebrew::Cask& c : info.value().casks) {
         QVERIFY2(c.website && c.artifacts, qPrintable(c.token));
     }
     const QStringList all = summaries(info);
