@@ -1,6 +1,6 @@
 // Decoding a catalogue of the real size (7,500 formulae, 7,500 casks) built at start-up from the real sample records.
-#include "foundation/FailableCodable.h"
-#include "foundation/JSON.h"
+#include "catalogue/HomebrewCask.h"
+#include "catalogue/HomebrewFormula.h"
 #include "foundation/RailsJSONDecoder.h"
 
 #include <QByteArrayList>
@@ -14,43 +14,6 @@
 namespace {
 
 constexpr int catalogueSize = 7500;
-
-struct FormulaRecord {
-    QString token;
-    QString name;
-    std::optional<QString> tap;
-    std::optional<QString> desc;
-    FailableCodable<QUrl> website;
-    FailableCodable<QString> license;
-
-    static constexpr auto codingKeys()
-    {
-        return std::make_tuple(CodingKey("name", &FormulaRecord::token), CodingKey("fullName", &FormulaRecord::name),
-                               CodingKey("tap", &FormulaRecord::tap), CodingKey("desc", &FormulaRecord::desc),
-                               CodingKey("homepage", &FormulaRecord::website),
-                               CodingKey("license", &FormulaRecord::license));
-    }
-};
-
-struct CaskRecord {
-    QString token;
-    QStringList nameParts;
-    std::optional<QString> tap;
-    std::optional<QString> desc;
-    FailableCodable<QUrl> website;
-    std::optional<QString> version;
-    QString internalSha256;
-    FailableCodable<std::vector<JSON>> artifacts;
-
-    static constexpr auto codingKeys()
-    {
-        return std::make_tuple(
-            CodingKey("token", &CaskRecord::token), CodingKey("name", &CaskRecord::nameParts),
-            CodingKey("tap", &CaskRecord::tap), CodingKey("desc", &CaskRecord::desc),
-            CodingKey("homepage", &CaskRecord::website), CodingKey("installed", &CaskRecord::version),
-            CodingKey("sha256", &CaskRecord::internalSha256), CodingKey("artifacts", &CaskRecord::artifacts));
-    }
-};
 
 [[noreturn]] void fail(const char* what)
 {
@@ -137,19 +100,19 @@ void decodeCatalogue(benchmark::State& state, const QByteArray& json)
 
 void formulae(benchmark::State& state)
 {
-    decodeCatalogue<FormulaRecord>(state, formulaCatalogue());
+    decodeCatalogue<Homebrew::Formula>(state, formulaCatalogue());
 }
 
 void casks(benchmark::State& state)
 {
-    decodeCatalogue<CaskRecord>(state, caskCatalogue());
+    decodeCatalogue<Homebrew::Cask>(state, caskCatalogue());
 }
 
 // The same bytes without spare room behind them: the decoder has to copy them first.
 void casksUnpadded(benchmark::State& state)
 {
     const QByteArray& padded = caskCatalogue();
-    decodeCatalogue<CaskRecord>(state, QByteArray::fromRawData(padded.constData(), padded.size()));
+    decodeCatalogue<Homebrew::Cask>(state, QByteArray::fromRawData(padded.constData(), padded.size()));
 }
 
 // For scale: only parsing the same formulae into a QJsonDocument, without building any record.

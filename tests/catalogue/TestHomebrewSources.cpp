@@ -1,3 +1,4 @@
+#include "HomebrewFixture.h"
 #include "activities/ActivityCenter.h"
 #include "activities/Transcript.h"
 #include "catalogue/HomebrewSources.h"
@@ -57,17 +58,9 @@ QByteArray testData(const QString& name)
 }
 
 // A simulated Homebrew with two formulae and two casks installed, one of each outdated, and a non-core tap.
-struct BrewFixture {
-    QTemporaryDir root;
-    QTemporaryDir resources;
-    Homebrew::Installation installation{root.path()};
-    Bundle bundle{resources.path()};
-    ActivityCenter activityCenter;
-    Transcript transcript;
-    Homebrew::Commands commands{installation, bundle, activityCenter, transcript};
+struct BrewFixture : HomebrewFixture {
     HttpClient httpClient;
     Homebrew::Sources sources{commands, QUrl(), httpClient};
-    std::optional<SimulatedHomebrew> brew;
 
     bool simulate(const QJsonObject& faults)
     {
@@ -79,9 +72,7 @@ struct BrewFixture {
             {"outdated",
              QJsonObject{{"formulae", QJsonObject{{"git", "2.45.0"}}}, {"casks", QJsonObject{{"dropbox", "200.0"}}}}},
             {"faults", faults}};
-        auto created = SimulatedHomebrew::create(root.path(), state);
-        brew = created ? std::optional(std::move(created.value())) : std::nullopt;
-        return brew.has_value();
+        return HomebrewFixture::simulate(state);
     }
 };
 

@@ -1,3 +1,4 @@
+#include "HomebrewFixture.h"
 #include "activities/ActivityCenter.h"
 #include "activities/Transcript.h"
 #include "foundation/Bundle.h"
@@ -56,23 +57,12 @@ bool writeExecutable(const QString& path, const QByteArray& content)
            file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
 
-// A root, a bundle, and a runner with its own activity centre and transcript.
-struct Fixture {
-    QTemporaryDir root;
-    QTemporaryDir resources;
-    Homebrew::Installation installation{root.path()};
-    Bundle bundle{resources.path()};
-    ActivityCenter activityCenter;
-    Transcript transcript;
-    Homebrew::Commands commands{installation, bundle, activityCenter, transcript};
-    std::optional<SimulatedHomebrew> brew;
-
+// The simulated Homebrew and its runner, and the odd cases the simulator cannot play.
+struct Fixture : HomebrewFixture {
     bool simulate(const QJsonObject& faults = {}, QJsonObject state = {})
     {
         state.insert(QStringLiteral("faults"), faults);
-        auto created = SimulatedHomebrew::create(root.path(), state);
-        brew = created ? std::optional(std::move(created.value())) : std::nullopt;
-        return brew.has_value();
+        return HomebrewFixture::simulate(state);
     }
 
     // A shell script in place of brew, for what the simulator cannot do.

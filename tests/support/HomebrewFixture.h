@@ -1,0 +1,33 @@
+// A throw-away Homebrew answered by the brew simulator, with a runner that has its own activity centre, transcript
+// and (empty) bundle. Tests that need the Askpass resource add it to `resources`.
+#pragma once
+
+#include "activities/ActivityCenter.h"
+#include "activities/Transcript.h"
+#include "foundation/Bundle.h"
+#include "homebrew/HomebrewCommands.h"
+#include "homebrew/HomebrewInstallation.h"
+#include "homebrew/SimulatedHomebrew.h"
+
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <optional>
+
+struct HomebrewFixture {
+    QTemporaryDir root;
+    QTemporaryDir resources;
+    Homebrew::Installation installation{root.path()};
+    Bundle bundle{resources.path()};
+    ActivityCenter activityCenter;
+    Transcript transcript;
+    Homebrew::Commands commands{installation, bundle, activityCenter, transcript};
+    std::optional<SimulatedHomebrew> brew;
+
+    // Creates the simulated installation under root with this state; false when it could not be made.
+    bool simulate(const QJsonObject& state = {})
+    {
+        auto created = SimulatedHomebrew::create(root.path(), state);
+        brew = created ? std::optional(std::move(created.value())) : std::nullopt;
+        return brew.has_value();
+    }
+};
