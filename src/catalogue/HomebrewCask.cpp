@@ -14,11 +14,9 @@ std::optional<QStringList> Cask::artifactTypes() const
     }
     const QStringList& recognised = recognisedArtifactTypes();
     QStringList types;
-    for (const JSON& stanza : *artifacts) {
-        for (const QString& key : stanza.keys()) {
-            if (recognised.contains(key)) {
-                types.append(key);
-            }
+    for (const QString& key : artifacts->keys()) {
+        if (recognised.contains(key)) {
+            types.append(key);
         }
     }
     return types;

@@ -2,8 +2,8 @@
 // it into the stored Cask entity.
 #pragma once
 
+#include "catalogue/ArtifactTypes.h"
 #include "foundation/FailableCodable.h"
-#include "foundation/JSON.h"
 
 #include <QString>
 #include <QStringList>
@@ -11,7 +11,6 @@
 #include <optional>
 #include <string_view>
 #include <tuple>
-#include <vector>
 
 namespace Homebrew {
 
@@ -25,8 +24,9 @@ struct Cask {
     std::optional<QString> version;
     // Real records carry "no_check" or null here; nothing reads the checksum, so it must never cost the cask.
     FailableCodable<QString> internalSha256;
-    // Stanzas of open shape, each an object whose single key names the artifact type.
-    FailableCodable<std::vector<JSON>> artifacts;
+    // The type keys of the artifact stanzas (each an object whose single key names its type); the stanzas' contents
+    // are of open shape and never used, so they are not kept.
+    FailableCodable<ArtifactTypes> artifacts;
 
     // The key of the cask array in `brew info --json=v2` output.
     static constexpr std::string_view wrapperKey = "casks";

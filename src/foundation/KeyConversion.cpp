@@ -4,6 +4,9 @@
 #include <QList>
 #include <QStringView>
 #include <algorithm>
+#include <functional>
+#include <string>
+#include <unordered_map>
 
 namespace {
 
@@ -49,6 +52,51 @@ bool isLowercaseLetter(char32_t c)
     return QChar::category(c) == QChar::Letter_Lowercase;
 }
 
+struct TransparentHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+};
+
+// The conversion proper of a key that has an underscore somewhere.
+std::string_view convertUnderscored(std::string_view key, std::string& buffer)
+{
+    const auto begin = key.find_first_not_of('_');
+    if (begin == std::string_view::npos) {
+        return key;
+    }
+    const auto end = key.find_last_not_of('_') + 1;
+    const std::string_view middle = key.substr(begin, end - begin);
+    if (middle.find('_') == std::string_view::npos) {
+        return key;
+    }
+    if (!isAscii(middle)) {
+        // Case mapping beyond ASCII needs Unicode tables; such keys are rare enough to go through QString.
+        const QByteArray converted =
+            KeyConversion::convertFromSnakeCase(QString::fromUtf8(key.data(), qsizetype(key.size()))).toUtf8();
+        buffer.assign(converted.constData(), std::size_t(converted.size()));
+        return buffer;
+    }
+
+    // One pass over the key; the result is never longer than the key.
+    buffer.resize(key.size());
+    char* out = std::copy(key.begin(), key.begin() + std::ptrdiff_t(begin), buffer.data());
+    // The middle starts with a letter of the first part, which ends at the first underscore.
+    bool firstPart = true;
+    bool partStart = true;
+    for (const char c : middle) {
+        if (c == '_') {
+            firstPart = false;
+            partStart = true;
+            continue;
+        }
+        *out++ = (partStart && !firstPart) ? asciiUpper(c) : asciiLower(c);
+        partStart = false;
+    }
+    out = std::copy(key.begin() + std::ptrdiff_t(end), key.end(), out);
+    buffer.resize(std::size_t(out - buffer.data()));
+    return buffer;
+}
+
 } // namespace
 
 namespace KeyConversion {
@@ -81,41 +129,19 @@ std::string_view convertFromSnakeCase(std::string_view key, std::string& buffer)
     if (key.find('_') == std::string_view::npos) {
         return key;
     }
-    const auto begin = key.find_first_not_of('_');
-    if (begin == std::string_view::npos) {
-        return key;
+    // A catalogue repeats the same few hundred keys in every record: looking each up once it has been converted is
+    // cheaper than converting it again. Entries are never removed, so a view into one stays valid; the bound keeps a
+    // document full of made-up keys from growing the table without end.
+    constexpr std::size_t cacheCapacity = 4096;
+    thread_local std::unordered_map<std::string, std::string, TransparentHash, std::equal_to<>> cache;
+    if (const auto found = cache.find(key); found != cache.end()) {
+        return found->second;
     }
-    const auto end = key.find_last_not_of('_') + 1;
-    const std::string_view middle = key.substr(begin, end - begin);
-    if (middle.find('_') == std::string_view::npos) {
-        return key;
+    const std::string_view converted = convertUnderscored(key, buffer);
+    if (cache.size() >= cacheCapacity) {
+        return converted;
     }
-    if (!isAscii(middle)) {
-        // Case mapping beyond ASCII needs Unicode tables; such keys are rare enough to go through QString.
-        const QByteArray converted =
-            convertFromSnakeCase(QString::fromUtf8(key.data(), qsizetype(key.size()))).toUtf8();
-        buffer.assign(converted.constData(), std::size_t(converted.size()));
-        return buffer;
-    }
-
-    // One pass over the key; the result is never longer than the key.
-    buffer.resize(key.size());
-    char* out = std::copy(key.begin(), key.begin() + std::ptrdiff_t(begin), buffer.data());
-    // The middle starts with a letter of the first part, which ends at the first underscore.
-    bool firstPart = true;
-    bool partStart = true;
-    for (const char c : middle) {
-        if (c == '_') {
-            firstPart = false;
-            partStart = true;
-            continue;
-        }
-        *out++ = (partStart && !firstPart) ? asciiUpper(c) : asciiLower(c);
-        partStart = false;
-    }
-    out = std::copy(key.begin() + std::ptrdiff_t(end), key.end(), out);
-    buffer.resize(std::size_t(out - buffer.data()));
-    return buffer;
+    return cache.emplace(key, converted).first->second;
 }
 
 QString convertToSnakeCase(const QString& key)

@@ -12,8 +12,9 @@ namespace KeyConversion {
 // it is (it may already be camel case).
 QString convertFromSnakeCase(const QString& key);
 
-// The same conversion on UTF-8. Returns key itself when nothing changes (no allocation: most keys have no
-// underscore), otherwise a view into buffer, which is overwritten by the next call with the same buffer.
+// The same conversion on UTF-8. Returns key itself when it has no underscore (no allocation: most keys have none),
+// otherwise a view that stays valid at least until the next call with the same buffer: converted keys are kept in a
+// per-thread table, buffer is used once the table is full.
 std::string_view convertFromSnakeCase(std::string_view key, std::string& buffer);
 
 // "fullName" -> "full_name", "myURL" -> "my_url": words split at lower-to-upper transitions, a run of capitals is a

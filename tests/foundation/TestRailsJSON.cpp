@@ -86,10 +86,7 @@ QString summary(const Homebrew::Formula& f)
 
 QString summary(const Homebrew::Cask& c)
 {
-    QStringList artifactKeys;
-    for (const JSON& artifact : c.artifacts.value_or(JSON::Array())) {
-        artifactKeys += artifact.keys();
-    }
+    const QStringList artifactKeys = c.artifacts ? c.artifacts->keys() : QStringList();
     const QString absent = QStringLiteral("-");
     return QStringList{c.nameParts.join(u','), c.desc.value_or(absent), c.version.value_or(absent),
                        artifactKeys.join(u',')}
