@@ -6,11 +6,6 @@ std::optional<QStringList> Cask::artifacts() const
     return value.isValid() ? std::optional<QStringList>(value.toStringList()) : std::nullopt;
 }
 
-void Cask::setUpgradable(bool upgradable)
-{
-    setValue(u"outdated", upgradable);
-}
-
 bool Cask::installableInFolder() const
 {
     static const CaskKind app(QStringList{QStringLiteral("app")});
@@ -32,30 +27,8 @@ void Cask::setIcon(const QVariant& icon)
     Q_EMIT valueChanged(QStringLiteral("icon"));
 }
 
-QStringList Cask::writableTypes()
-{
-    return {QStringLiteral("text/plain")};
-}
-
-QVariant Cask::pasteboardPropertyList(const QString& type) const
-{
-    return writableTypes().contains(type) ? QVariant(token()) : QVariant();
-}
-
 QVariant Cask::derivedValue(QStringView keyPath) const
 {
-    if (keyPath == u"installable") {
-        return installable();
-    }
-    if (keyPath == u"uninstallable") {
-        return uninstallable();
-    }
-    if (keyPath == u"reinstallable") {
-        return reinstallable();
-    }
-    if (keyPath == u"upgradable") {
-        return upgradable();
-    }
     if (keyPath == u"installableInFolder") {
         return installableInFolder();
     }
@@ -68,34 +41,23 @@ QVariant Cask::derivedValue(QStringView keyPath) const
     if (keyPath == u"icon") {
         return m_icon;
     }
-    return {};
+    return Package::derivedValue(keyPath);
 }
 
 bool Cask::setDerivedValue(QStringView key, const QVariant& value)
 {
-    if (key == u"upgradable") {
-        setUpgradable(value.toBool());
-        return true;
-    }
     if (key == u"icon") {
         setIcon(value);
         return true;
     }
-    return false;
+    return Package::setDerivedValue(key, value);
 }
 
 QStringList Cask::keysDerivedFrom(QStringView key) const
 {
-    if (key == u"installed") {
-        return {QStringLiteral("installable"), QStringLiteral("uninstallable"), QStringLiteral("reinstallable"),
-                QStringLiteral("installableInFolder")};
+    QStringList keys = Package::keysDerivedFrom(key);
+    if (key == u"installed" || key == u"isBusy") {
+        keys.append(QStringLiteral("installableInFolder"));
     }
-    if (key == u"outdated") {
-        return {QStringLiteral("upgradable")};
-    }
-    if (key == u"isBusy") {
-        return {QStringLiteral("installable"), QStringLiteral("uninstallable"), QStringLiteral("reinstallable"),
-                QStringLiteral("upgradable"), QStringLiteral("installableInFolder")};
-    }
-    return {};
+    return keys;
 }

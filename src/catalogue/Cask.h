@@ -3,12 +3,12 @@
 #pragma once
 
 #include "catalogue/CaskKind.h"
-#include "catalogue/ManagedObject.h"
+#include "catalogue/Package.h"
 
 #include <QUrl>
 #include <optional>
 
-class Cask : public ManagedObject {
+class Cask : public Package {
     Q_OBJECT
 
 public:
@@ -16,17 +16,9 @@ public:
     QString desc() const { return storedText(u"desc"); }
     QUrl website() const { return QUrl(storedText(u"website")); }
     QString version() const { return storedText(u"version"); }
-    bool installed() const { return storedFlag(u"installed"); }
-    bool outdated() const { return storedFlag(u"outdated"); }
     // None when Homebrew gave no artifact list.
     std::optional<QStringList> artifacts() const;
 
-    bool installable() const { return !installed() && !isBusy(); }
-    bool uninstallable() const { return installed() && !isBusy(); }
-    bool reinstallable() const { return installed() && !isBusy(); }
-    bool upgradable() const { return outdated() && !isBusy(); }
-    // Marks the cask outdated or not.
-    void setUpgradable(bool upgradable);
     // Only an app or a font can be placed in a folder of the person's choosing.
     bool installableInFolder() const;
 
@@ -37,10 +29,6 @@ public:
     const QVariant& icon() const { return m_icon; }
     void setIcon(const QVariant& icon);
 
-    // Copying places the token on the clipboard as plain text; no other type is offered.
-    static QStringList writableTypes();
-    QVariant pasteboardPropertyList(const QString& type) const;
-
 protected:
     QVariant derivedValue(QStringView keyPath) const override;
     bool setDerivedValue(QStringView key, const QVariant& value) override;
@@ -49,7 +37,7 @@ protected:
 private:
     friend class ManagedObjectContext;
     Cask(const EntityDescription& entity, ManagedObjectContext* context)
-        : ManagedObject(entity, context)
+        : Package(entity, context)
     {}
 
     mutable std::optional<CaskKind> m_kind;
