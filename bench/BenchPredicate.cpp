@@ -50,7 +50,7 @@ public:
         return {};
     }
 
-    QStringView foldedValue(QStringView keyPath) const override
+    std::optional<QStringView> foldedValue(QStringView keyPath) const override
     {
         if (keyPath == u"token") {
             return m_foldedToken;
@@ -61,7 +61,7 @@ public:
         if (keyPath == u"desc") {
             return m_foldedDesc;
         }
-        return {};
+        return std::nullopt;
     }
 
 private:

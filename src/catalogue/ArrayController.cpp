@@ -11,6 +11,35 @@ namespace {
 // Beyond this many new records one fetch of the whole entity is cheaper than reading them one by one.
 constexpr qsizetype individualInsertLimit = 64;
 
+// The keys whose folded text the controller keeps, in the order of Entry::folded.
+constexpr std::array<QStringView, 3> searchKeys{u"token", u"name", u"desc"};
+
+// An object as the filter predicate sees it: its searchable text from the controller's copy, the rest from the
+// object itself.
+class SearchRecord final : public KeyValueRecord {
+public:
+    SearchRecord(const ManagedObject& object, const std::array<QStringView, 3>& folded)
+        : m_object(object)
+        , m_folded(folded)
+    {}
+
+    QVariant value(QStringView keyPath) const override { return m_object.value(keyPath); }
+
+    std::optional<QStringView> foldedValue(QStringView keyPath) const override
+    {
+        for (std::size_t i = 0; i < searchKeys.size(); ++i) {
+            if (keyPath == searchKeys[i]) {
+                return m_folded[i];
+            }
+        }
+        return m_object.foldedValue(keyPath);
+    }
+
+private:
+    const ManagedObject& m_object;
+    const std::array<QStringView, 3>& m_folded;
+};
+
 } // namespace
 
 ArrayController::ArrayController(ManagedObjectContext* context, const QString& entityName, QObject* parent)
@@ -84,6 +113,7 @@ void ArrayController::contextObjectsDidChange(const ChangeSet& changes)
         m_members.remove(it->object);
     }
     m_content.erase(removedFrom, m_content.end());
+    m_searchTextStale = true;
 
     QList<ObjectID> inserted;
     for (const ObjectID& id : changes.inserted) {
@@ -117,6 +147,9 @@ void ArrayController::objectValueChanged(const QString& key)
     if (key == u"token" || m_sortKeys.contains(key)) {
         m_contentSorted = false;
     }
+    if (std::find(searchKeys.cbegin(), searchKeys.cend(), key) != searchKeys.cend()) {
+        m_searchTextStale = true;
+    }
     m_viewStale = true;
     // Actions often touch many objects in a row (all marked busy); one arrangement afterwards covers them all.
     if (!m_rearrangePending) {
@@ -139,6 +172,7 @@ void ArrayController::adopt(ManagedObject* object)
     }
     m_members.insert(object);
     m_content.append({object, false});
+    m_searchTextStale = true;
     m_contentSorted = false;
     connect(object, &ManagedObject::valueChanged, this, &ArrayController::objectValueChanged);
     connect(object, &QObject::destroyed, this, [this, object] { forget(object); });
@@ -151,6 +185,7 @@ void ArrayController::forget(ManagedObject* object)
         return;
     }
     m_content.removeIf([object](const Entry& entry) { return entry.object == object; });
+    m_searchTextStale = true;
     if (m_arrangedObjects.contains(object)) {
         Q_EMIT arrangedObjectsAboutToChange();
         m_arrangedObjects.removeAll(object);
@@ -171,6 +206,34 @@ void ArrayController::sortContent()
         return left.object->token() < right.object->token();
     });
     m_contentSorted = true;
+    m_searchTextStale = true;
+}
+
+void ArrayController::collectSearchText()
+{
+    qsizetype length = 0;
+    for (const Entry& entry : std::as_const(m_content)) {
+        for (const QStringView key : searchKeys) {
+            length += entry.object->foldedValue(key).value_or(QStringView()).size();
+        }
+    }
+    m_searchText.clear();
+    m_searchText.reserve(length);
+    for (const Entry& entry : std::as_const(m_content)) {
+        for (const QStringView key : searchKeys) {
+            m_searchText += entry.object->foldedValue(key).value_or(QStringView());
+        }
+    }
+    // Views only once the buffer is complete: it must not move under them.
+    qsizetype start = 0;
+    for (Entry& entry : m_content) {
+        for (std::size_t i = 0; i < searchKeys.size(); ++i) {
+            const qsizetype size = entry.object->foldedValue(searchKeys[i]).value_or(QStringView()).size();
+            entry.folded[i] = QStringView(m_searchText).sliced(start, size);
+            start += size;
+        }
+    }
+    m_searchTextStale = false;
 }
 
 void ArrayController::rearrange()
@@ -186,10 +249,13 @@ void ArrayController::rearrange()
         }
         m_viewStale = false;
     }
+    if (m_searchTextStale) {
+        collectSearchText();
+    }
     QList<ManagedObject*> arranged;
     arranged.reserve(m_content.size());
     for (const Entry& entry : std::as_const(m_content)) {
-        if (entry.inView && m_filterPredicate.evaluate(*entry.object)) {
+        if (entry.inView && m_filterPredicate.evaluate(SearchRecord(*entry.object, entry.folded))) {
             arranged.append(entry.object);
         }
     }

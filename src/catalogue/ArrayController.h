@@ -12,6 +12,7 @@
 #include <QPointer>
 #include <QSet>
 #include <QString>
+#include <array>
 
 class ManagedObjectContext;
 struct ChangeSet;
@@ -53,6 +54,7 @@ private:
     void adopt(ManagedObject* object);
     void forget(ManagedObject* object);
     void sortContent();
+    void collectSearchText();
     void rearrange();
 
     QPointer<ManagedObjectContext> m_context;
@@ -64,11 +66,17 @@ private:
     struct Entry {
         ManagedObject* object;
         bool inView; // matches the fetch predicate
+        // The object's folded token, name and description, within m_searchText.
+        std::array<QStringView, 3> folded{};
     };
     // Every fetched object of the entity, kept sorted so that filtering never sorts.
     QList<Entry> m_content;
     QSet<const ManagedObject*> m_members;
     QList<ManagedObject*> m_arrangedObjects;
+    // The folded search text of the whole content end to end in content order: a keystroke reads this one block
+    // instead of the scattered objects, which costs far less than their cache misses.
+    QString m_searchText;
+    bool m_searchTextStale = true;
     bool m_contentSorted = true;
     bool m_viewStale = false;
     bool m_rearrangePending = false;

@@ -26,6 +26,39 @@ QString quoted(const QString& identifier)
 
 constexpr const char* kindLabelColumn = "kindLabel";
 
+// A rebuild writes thousands of these, and a JSON document per list would cost more than the row's insert.
+QString jsonArray(const QStringList& list)
+{
+    QString json;
+    json.reserve(2 + list.size() * 12);
+    json += QLatin1Char('[');
+    for (qsizetype i = 0; i < list.size(); ++i) {
+        if (i > 0) {
+            json += QLatin1Char(',');
+        }
+        json += QLatin1Char('"');
+        for (const QChar character : list.at(i)) {
+            switch (character.unicode()) {
+            case u'"':
+                json += QLatin1String("\\\"");
+                break;
+            case u'\\':
+                json += QLatin1String("\\\\");
+                break;
+            default:
+                if (character.unicode() < 0x20) {
+                    json += QStringLiteral("\\u%1").arg(character.unicode(), 4, 16, QLatin1Char('0'));
+                } else {
+                    json += character;
+                }
+            }
+        }
+        json += QLatin1Char('"');
+    }
+    json += QLatin1Char(']');
+    return json;
+}
+
 } // namespace
 
 EntityDescription::EntityDescription(QString name, QList<Attribute> attributes)
@@ -114,8 +147,7 @@ QVariant EntityDescription::toSql(const Attribute& attribute, const QVariant& va
         if (!value.isValid() || value.isNull()) {
             return {};
         }
-        return QString::fromUtf8(
-            QJsonDocument(QJsonArray::fromStringList(value.toStringList())).toJson(QJsonDocument::Compact));
+        return jsonArray(value.toStringList());
     case Type::Text:
         if (!value.isValid() || value.isNull()) {
             return {};

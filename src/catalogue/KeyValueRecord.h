@@ -4,6 +4,7 @@
 
 #include <QStringView>
 #include <QVariant>
+#include <optional>
 
 class KeyValueRecord {
 public:
@@ -14,11 +15,11 @@ public:
     virtual QVariant value(QStringView keyPath) const = 0;
 
     // The case-folded text (QString::toCaseFolded) of a text attribute, for records that fold their searchable
-    // text once instead of on every keystroke. An empty view means "not kept here": the caller then folds
-    // value() itself, so an empty attribute may also answer with an empty view.
-    virtual QStringView foldedValue(QStringView keyPath) const
+    // text once instead of on every keystroke; empty for an attribute without text. None means "not kept here":
+    // the caller then folds value() itself.
+    virtual std::optional<QStringView> foldedValue(QStringView keyPath) const
     {
         Q_UNUSED(keyPath);
-        return {};
+        return std::nullopt;
     }
 };

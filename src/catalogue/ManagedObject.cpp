@@ -45,7 +45,7 @@ QVariant ManagedObject::value(QStringView keyPath) const
     return derivedValue(keyPath);
 }
 
-QStringView ManagedObject::foldedValue(QStringView keyPath) const
+std::optional<QStringView> ManagedObject::foldedValue(QStringView keyPath) const
 {
     if (keyPath == u"token") {
         return m_foldedToken;
@@ -56,7 +56,7 @@ QStringView ManagedObject::foldedValue(QStringView keyPath) const
     if (keyPath == u"desc") {
         return m_foldedDesc;
     }
-    return {};
+    return std::nullopt;
 }
 
 bool ManagedObject::setValue(QStringView key, const QVariant& value)

@@ -27,7 +27,7 @@ public:
     const QSet<QString>& changedKeys() const { return m_changedKeys; }
 
     QVariant value(QStringView keyPath) const override;
-    QStringView foldedValue(QStringView keyPath) const override;
+    std::optional<QStringView> foldedValue(QStringView keyPath) const override;
 
     // Writes a stored attribute (noting it as an unsaved change) or a writable derived key. False for a key that
     // cannot be written, which stays unchanged.

@@ -5,6 +5,7 @@
 #include "catalogue/Tap.h"
 #include "foundation/Threading.h"
 
+#include <QCoreApplication>
 #include <QStringList>
 #include <algorithm>
 #include <sqlite3.h>
@@ -42,40 +43,60 @@ public:
 
     bool bind(const QVariantList& values)
     {
-        sqlite3_reset(m_statement);
-        sqlite3_clear_bindings(m_statement);
+        reset();
         for (int i = 0; i < values.size(); ++i) {
-            const QVariant& value = values.at(i);
-            int status = SQLITE_OK;
-            switch (value.typeId()) {
-            case QMetaType::UnknownType:
-                status = sqlite3_bind_null(m_statement, i + 1);
-                break;
-            case QMetaType::Bool:
-            case QMetaType::Int:
-            case QMetaType::UInt:
-            case QMetaType::LongLong:
-            case QMetaType::ULongLong:
-                status = sqlite3_bind_int64(m_statement, i + 1, value.toLongLong());
-                break;
-            case QMetaType::Double:
-            case QMetaType::Float:
-                status = sqlite3_bind_double(m_statement, i + 1, value.toDouble());
-                break;
-            default: {
-                if (value.isNull()) {
-                    status = sqlite3_bind_null(m_statement, i + 1);
-                    break;
-                }
-                const QByteArray text = value.toString().toUtf8();
-                status = sqlite3_bind_text(m_statement, i + 1, text.constData(), int(text.size()), SQLITE_TRANSIENT);
-            }
-            }
-            if (status != SQLITE_OK) {
+            if (!bindValue(i, values.at(i))) {
                 return false;
             }
         }
         return true;
+    }
+
+    void reset()
+    {
+        sqlite3_reset(m_statement);
+        sqlite3_clear_bindings(m_statement);
+    }
+
+    // index counts from 0. Text is copied, so value may go before the step.
+    bool bindValue(int index, const QVariant& value)
+    {
+        switch (value.typeId()) {
+        case QMetaType::UnknownType:
+            return sqlite3_bind_null(m_statement, index + 1) == SQLITE_OK;
+        case QMetaType::Bool:
+        case QMetaType::Int:
+        case QMetaType::UInt:
+        case QMetaType::LongLong:
+        case QMetaType::ULongLong:
+            return sqlite3_bind_int64(m_statement, index + 1, value.toLongLong()) == SQLITE_OK;
+        case QMetaType::Double:
+        case QMetaType::Float:
+            return sqlite3_bind_double(m_statement, index + 1, value.toDouble()) == SQLITE_OK;
+        default:
+            if (value.isNull()) {
+                return sqlite3_bind_null(m_statement, index + 1) == SQLITE_OK;
+            }
+            if (value.typeId() == QMetaType::QString) {
+                const QString& text = *static_cast<const QString*>(value.constData());
+                const void* characters = text.isNull() ? static_cast<const void*>(u"") : text.utf16();
+                return sqlite3_bind_text16(m_statement, index + 1, characters, int(text.size() * sizeof(char16_t)),
+                                           SQLITE_TRANSIENT) == SQLITE_OK;
+            }
+            const QByteArray text = value.toString().toUtf8();
+            return sqlite3_bind_text(m_statement, index + 1, text.constData(), int(text.size()), SQLITE_TRANSIENT) ==
+                   SQLITE_OK;
+        }
+    }
+
+    // Binds the string held by value without a copy: value must outlive the step.
+    bool bindText(int index, const QVariant& value)
+    {
+        const QString& text = *static_cast<const QString*>(value.constData());
+        // A null pointer would store NULL; an empty string is text.
+        const void* characters = text.isNull() ? static_cast<const void*>(u"") : text.utf16();
+        return sqlite3_bind_text16(m_statement, index + 1, characters, int(text.size() * sizeof(char16_t)),
+                                   SQLITE_STATIC) == SQLITE_OK;
     }
 
     // SQLITE_ROW, SQLITE_DONE or an error status.
@@ -202,7 +223,8 @@ Result<std::unique_ptr<ManagedObjectContext>> ManagedObjectContext::open(const Q
 {
     sqlite3* connection = nullptr;
     const QByteArray path = storePath.toUtf8();
-    const int status = sqlite3_open_v2(path.constData(), &connection, SQLITE_OPEN_READWRITE, nullptr);
+    const int status =
+        sqlite3_open_v2(path.constData(), &connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (status != SQLITE_OK) {
         const Error error = sqliteError(connection, status);
         sqlite3_close_v2(connection);
@@ -211,6 +233,13 @@ Result<std::unique_ptr<ManagedObjectContext>> ManagedObjectContext::open(const Q
     std::unique_ptr<ManagedObjectContext> context(new ManagedObjectContext(connection, storePath));
     // Background and view contexts write the same file; a writer waits for the other rather than failing.
     sqlite3_busy_timeout(connection, 30000);
+    // With WAL this survives any crash of the program; only a power cut can lose the last commits, and the
+    // catalogue is rebuilt by the next synchronisation anyway. Commits stop waiting for the disk.
+    // A rebuild touches every page of a library; the default cache (2 MB) would spill them mid-transaction.
+    if (const Result<void> relaxed = execute(connection, "PRAGMA synchronous = NORMAL; PRAGMA cache_size = -32768");
+        !relaxed) {
+        return relaxed.error();
+    }
     if (const Result<void> registered = Predicate::registerSqlFunctions(connection); !registered) {
         return registered.error();
     }
@@ -517,13 +546,26 @@ Result<QList<ObjectID>> ManagedObjectContext::batchDelete(const QString& entityN
         return where.error();
     }
     const Result<QList<qint64>> rowids = inTransaction<QList<qint64>>(m_connection, [&]() -> Result<QList<qint64>> {
-        Statement statement(
-            m_connection,
-            QStringLiteral("DELETE FROM %1 WHERE %2 RETURNING rowid").arg(quoted(entityName), where.value().where));
-        if (!statement.prepared() || !statement.bind(where.value().bindings)) {
-            return statement.error();
+        // Listing first and deleting without RETURNING lets SQLite empty a whole table at once, as a rebuild does.
+        Statement listing(m_connection,
+                          QStringLiteral("SELECT rowid FROM %1 WHERE %2").arg(quoted(entityName), where.value().where));
+        if (!listing.prepared() || !listing.bind(where.value().bindings)) {
+            return listing.error();
         }
-        return statement.collectRowids();
+        const Result<QList<qint64>> rowids = listing.collectRowids();
+        if (!rowids || rowids.value().isEmpty()) {
+            return rowids;
+        }
+        const bool everything = where.value().where == u"1";
+        Statement deletion(
+            m_connection,
+            QStringLiteral("DELETE FROM %1%2")
+                .arg(quoted(entityName), everything ? QString() : QLatin1String(" WHERE ") + where.value().where));
+        if (!deletion.prepared() || !deletion.bind(everything ? QVariantList() : where.value().bindings) ||
+            deletion.step() != SQLITE_DONE) {
+            return deletion.error();
+        }
+        return rowids;
     });
     if (!rowids) {
         return rowids.error();
@@ -542,9 +584,11 @@ Result<QList<ObjectID>> ManagedObjectContext::batchInsert(const QString& entityN
     for (const EntityDescription::Attribute& attribute : attributes) {
         columns.append(quoted(attribute.name));
     }
+    // A rebuild inserts thousands of rows, so each row is bound straight from the handler's values: no RETURNING
+    // (the rowid is the connection's last insert), no intermediate row, and the handler's hash keeps its nodes.
     const Result<QList<qint64>> rowids = inTransaction<QList<qint64>>(m_connection, [&]() -> Result<QList<qint64>> {
         Statement statement(m_connection,
-                            QStringLiteral("INSERT INTO %1 (%2) VALUES (%3) RETURNING rowid")
+                            QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
                                 .arg(quoted(entityName), columns.join(QLatin1String(", ")),
                                      QStringList(columns.size(), QStringLiteral("?")).join(QLatin1String(", "))));
         if (!statement.prepared()) {
@@ -552,29 +596,47 @@ Result<QList<ObjectID>> ManagedObjectContext::batchInsert(const QString& entityN
         }
         QList<qint64> inserted;
         QVariantHash values;
+        QList<bool> bound(attributes.size());
         while (true) {
-            values.clear();
+            for (QVariant& value : values) {
+                value = QVariant();
+            }
             if (!handler(values)) {
                 break;
             }
+            statement.reset();
+            std::fill(bound.begin(), bound.end(), false);
             for (auto it = values.cbegin(); it != values.cend(); ++it) {
-                if (!entity.value()->attribute(it.key())) {
+                if (!it.value().isValid()) {
+                    continue; // left out this time
+                }
+                const auto attribute = std::find_if(attributes.cbegin(), attributes.cend(),
+                                                    [&](const auto& candidate) { return candidate.name == it.key(); });
+                if (attribute == attributes.cend()) {
                     return Error(contextDomain, UnknownAttribute,
                                  QStringLiteral("%1 has no attribute \"%2\"").arg(entityName, it.key()));
                 }
+                const auto index = std::distance(attributes.cbegin(), attribute);
+                bound[index] = true;
+                // Text is bound as the handler's own string, which outlives the step.
+                const bool bindable =
+                    attribute->type == EntityDescription::Type::Text && it.value().typeId() == QMetaType::QString
+                        ? statement.bindText(int(index), it.value())
+                        : statement.bindValue(int(index), entity.value()->toSql(*attribute, it.value()));
+                if (!bindable) {
+                    return statement.error();
+                }
             }
-            QVariantList row;
-            for (const EntityDescription::Attribute& attribute : attributes) {
-                row.append(entity.value()->toSql(attribute, values.value(attribute.name)));
+            for (qsizetype index = 0; index < attributes.size(); ++index) {
+                if (!bound[index] &&
+                    !statement.bindValue(int(index), entity.value()->toSql(attributes[index], QVariant()))) {
+                    return statement.error();
+                }
             }
-            if (!statement.bind(row)) {
+            if (statement.step() != SQLITE_DONE) {
                 return statement.error();
             }
-            const Result<QList<qint64>> rowid = statement.collectRowids();
-            if (!rowid) {
-                return rowid.error();
-            }
-            inserted.append(rowid.value());
+            inserted.append(sqlite3_last_insert_rowid(m_connection));
         }
         return inserted;
     });
@@ -662,20 +724,28 @@ Result<void> ManagedObjectContext::mergeChanges(const ChangeSet& changes)
         forget(object);
     }
     Q_EMIT objectsDidChange(changes);
-    for (ManagedObject* object : std::as_const(dropped)) {
-        retire(object);
-    }
+    retire(dropped);
     return {};
 }
 
 void ManagedObjectContext::retire(ManagedObject* object)
 {
-    // Whoever still holds the object hears of its removal first, so it cannot go at once. Only the GUI thread
-    // surely runs an event loop to delete it later; elsewhere the context keeps it until it goes itself.
-    if (Threading::isGuiThread() && object->thread() == QThread::currentThread()) {
-        object->deleteLater();
+    retire(QList<ManagedObject*>{object});
+}
+
+void ManagedObjectContext::retire(const QList<ManagedObject*>& objects)
+{
+    if (objects.isEmpty()) {
+        return;
+    }
+    // Whoever still holds the objects hears of their removal first, so they cannot go at once. Only the GUI thread
+    // surely runs an event loop to delete them later, all in one event: a rebuild drops thousands at a time.
+    // Elsewhere the context keeps them until it goes itself.
+    if (Threading::isGuiThread() && thread() == QThread::currentThread()) {
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(), [objects] { qDeleteAll(objects); }, Qt::QueuedConnection);
     } else {
-        m_retiredObjects.append(object);
+        m_retiredObjects.append(objects);
     }
 }
 

@@ -82,6 +82,7 @@ private:
     Result<QHash<qint64, QVariantHash>> readRows(const EntityDescription& entity, const QList<qint64>& rowids);
     void forget(ManagedObject* object);
     void retire(ManagedObject* object);
+    void retire(const QList<ManagedObject*>& objects);
 
     sqlite3* m_connection;
     QString m_storePath;

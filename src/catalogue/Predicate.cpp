@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 #include <sqlite3.h>
+#include <string_view>
 
 namespace {
 
@@ -155,9 +156,12 @@ bool Predicate::Node::contains(const KeyValueRecord& record) const
         return false;
     }
     if (caseInsensitive) {
-        const QStringView folded = record.foldedValue(key);
-        if (!folded.isEmpty()) {
-            return folded.contains(foldedArgument);
+        if (const std::optional<QStringView> folded = record.foldedValue(key)) {
+            // A plain scan beats QStringView::contains on the short texts of a record, and this runs for every
+            // record on every keystroke.
+            const std::u16string_view haystack(folded->utf16(), std::size_t(folded->size()));
+            return haystack.find(std::u16string_view(QStringView(foldedArgument).utf16(),
+                                                     std::size_t(foldedArgument.size()))) != std::u16string_view::npos;
         }
     }
     const QVariant value = record.value(key);

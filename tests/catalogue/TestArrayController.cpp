@@ -103,6 +103,8 @@ private Q_SLOTS:
     void storeChanges();
     void localChanges_data();
     void localChanges();
+    void searchFollowsChanges_data();
+    void searchFollowsChanges();
     void saveOfThisContext();
     void badInput();
 };
@@ -268,6 +270,54 @@ void TestArrayController::localChanges()
     const auto objects = fixture.store.manager.viewContext()->fetch("Cask", "token == %@", {token});
     QVERIFY(objects && objects.value().size() == 1);
     QVERIFY(objects.value().constFirst()->setValue(key, value));
+    QTRY_COMPARE(tokensOf(fixture.controller.arrangedObjects()), arranged);
+}
+
+void TestArrayController::searchFollowsChanges_data()
+{
+    QTest::addColumn<QString>("token");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<bool>("merged"); // changed by another context, or on the view's object
+    QTest::addColumn<QStringList>("arranged");
+
+    QTest::newRow("renamed into the search") << "alfa"
+                                             << "name" << QVariant("Zebra") << false << QStringList{"bravo", "alfa"};
+    QTest::newRow("renamed out of the search") << "bravo"
+                                               << "name" << QVariant("Beta") << false << QStringList{};
+    QTest::newRow("description gains it")
+        << "delta"
+        << "desc" << QVariant("A BRAND new editor") << true << QStringList{"bravo", "delta"};
+    QTest::newRow("description loses it") << "bravo"
+                                          << "desc" << QVariant() << true << QStringList{"bravo"};
+}
+
+// The search reads the records' current text, whether it changed here or in the store.
+void TestArrayController::searchFollowsChanges()
+{
+    QFETCH(QString, token);
+    QFETCH(QString, key);
+    QFETCH(QVariant, value);
+    QFETCH(bool, merged);
+    QFETCH(QStringList, arranged);
+
+    InstalledView fixture;
+    fixture.controller.setFilterPredicate(predicate("name CONTAINS[c] 'bra' OR desc CONTAINS[c] 'bra'"));
+    QCOMPARE(tokensOf(fixture.controller.arrangedObjects()), QStringList{"bravo"});
+    if (merged) {
+        auto background = fixture.store.manager.newBackgroundContext();
+        QVERIFY(background);
+        const auto touched = background.value()->batchUpdate(
+            "Cask", predicate(QStringLiteral("token == '%1'").arg(token)), {{key, value}});
+        QVERIFY(touched);
+        ChangeSet changes;
+        changes.updated = touched.value();
+        QVERIFY(CoreDataManager::mergeChangesFromRemoteContextSave(changes, {fixture.store.manager.viewContext()}));
+    } else {
+        const auto objects = fixture.store.manager.viewContext()->fetch("Cask", "token == %@", {token});
+        QVERIFY(objects && objects.value().size() == 1);
+        QVERIFY(objects.value().constFirst()->setValue(key, value));
+    }
     QTRY_COMPARE(tokensOf(fixture.controller.arrangedObjects()), arranged);
 }
 

@@ -123,6 +123,8 @@ private Q_SLOTS:
     void fetchAgreesWithEvaluation_data();
     void fetchAgreesWithEvaluation();
     void identityAndSave();
+    void valuesRoundTrip_data();
+    void valuesRoundTrip();
     void badRequests();
     void schemaRebuilt_data();
     void schemaRebuilt();
@@ -445,6 +447,34 @@ void TestCoreDataManager::identityAndSave()
     auto other = store.manager.newBackgroundContext();
     QVERIFY(other);
     QCOMPARE(tokensOf(other.value()->fetch("Cask", Predicate(), {{"token", true}}).value()), QStringList({"c", "d"}));
+}
+
+void TestCoreDataManager::valuesRoundTrip_data()
+{
+    QTest::addColumn<QVariantHash>("record");
+
+    QTest::newRow("quotes, backslashes and controls in a list")
+        << cask("odd", QStringList{"app", "say \"hi\"", "back\\slash", "tab\tand\nline", "\u00e9t\u00e9 \U0001F37A"});
+    QTest::newRow("empty list and empty text") << cask("empty", QStringList{}, false, false, "");
+    QTest::newRow("absent list and text") << cask("absent");
+    QTest::newRow("flags set") << cask("flags", QStringList{"font"}, true, true, "A \"desc\"");
+}
+
+// Whatever a batch insert writes reads back the same, each value with its type (an absent one stays absent).
+void TestCoreDataManager::valuesRoundTrip()
+{
+    QFETCH(QVariantHash, record);
+
+    QTemporaryDir dir;
+    CoreDataManager manager(dir.filePath("Corvel X.sqlite"));
+    QVERIFY(insertAll(*manager.backgroundContext(), "Cask", {record}));
+    const auto fetched = manager.viewContext()->fetch("Cask");
+    QVERIFY(fetched);
+    QCOMPARE(fetched.value().size(), 1);
+    const ManagedObject* object = fetched.value().constFirst();
+    for (auto it = record.cbegin(); it != record.cend(); ++it) {
+        QCOMPARE(object->value(it.key()), it.value());
+    }
 }
 
 void TestCoreDataManager::badRequests()

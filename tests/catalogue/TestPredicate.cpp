@@ -24,10 +24,10 @@ public:
     }
 
     QVariant value(QStringView keyPath) const override { return m_values.value(keyPath.toString()); }
-    QStringView foldedValue(QStringView keyPath) const override
+    std::optional<QStringView> foldedValue(QStringView keyPath) const override
     {
         const auto it = m_folded.constFind(keyPath.toString());
-        return it == m_folded.cend() ? QStringView() : QStringView(*it);
+        return it == m_folded.cend() ? std::nullopt : std::optional<QStringView>(*it);
     }
 
 private:
