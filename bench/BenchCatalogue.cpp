@@ -5,6 +5,7 @@
 // Beside them, the rebuild of the store from the decoded records as the synchronisation does it, and a keystroke
 // filtering an ArrayController over the 15,000 stored objects.
 #include "CatalogueGenerator.h"
+#include "CatalogueReference.h"
 #include "catalogue/ArrayController.h"
 #include "catalogue/CoreDataManager.h"
 #include "catalogue/HomebrewCask.h"
@@ -20,6 +21,7 @@
 #include <cstdlib>
 #include <optional>
 #include <simdjson.h>
+#include <span>
 #include <sqlite3.h>
 #include <string>
 #include <vector>
@@ -34,22 +36,7 @@ namespace ondemand = simdjson::ondemand;
     std::exit(1);
 }
 
-// One row as the store will keep a formula or a cask; absent values stay NULL.
-struct PackageRow {
-    QByteArray token;
-    QByteArray name;
-    std::optional<QByteArray> tap;
-    std::optional<QByteArray> desc;
-    std::optional<QByteArray> website;
-    std::optional<QByteArray> license;
-    std::optional<QByteArray> version;
-    std::optional<QByteArray> artifacts;
-};
-
-std::optional<QByteArray> utf8(const std::optional<QString>& text)
-{
-    return text ? std::optional<QByteArray>(text->toUtf8()) : std::nullopt;
-}
+using CatalogueReference::PackageRow;
 
 class Catalogue {
 public:
@@ -84,19 +71,7 @@ public:
         }
         m_formulae = formulae.value();
         m_casks = casks.value();
-        for (const Homebrew::Formula& formula : formulae.value()) {
-            m_rows.push_back({formula.token.toUtf8(), formula.name.toUtf8(), utf8(formula.tap), utf8(formula.desc),
-                              formula.website ? std::optional(formula.website->toEncoded()) : std::nullopt,
-                              formula.license ? std::optional(formula.license->toUtf8()) : std::nullopt, std::nullopt,
-                              std::nullopt});
-        }
-        for (const Homebrew::Cask& cask : casks.value()) {
-            const std::optional<QStringList> artifactTypes = cask.artifactTypes();
-            m_rows.push_back({cask.token.toUtf8(), cask.displayName().toUtf8(), utf8(cask.tap), utf8(cask.desc),
-                              cask.website ? std::optional(cask.website->toEncoded()) : std::nullopt, std::nullopt,
-                              utf8(cask.version),
-                              artifactTypes ? std::optional(artifactTypes->join(u',').toUtf8()) : std::nullopt});
-        }
+        m_rows = CatalogueReference::rowsOf(m_formulae, m_casks);
     }
 
     const QByteArray& formulaJson() const { return m_formulaJson; }
@@ -158,95 +133,33 @@ void decodeCasks(benchmark::State& state)
     decodeCatalogue<Homebrew::Cask>(state, catalogue().caskJson());
 }
 
-// A null or missing value counts as empty; anything else that is not a string is an error.
-simdjson::error_code addLength(simdjson::simdjson_result<ondemand::value> field, std::size_t& total)
+// Reads every field that becomes a column, so that the parser cannot skip the work a decoder does.
+void bareParse(benchmark::State& state, const QByteArray& json, std::span<const std::string_view> columns)
 {
-    ondemand::value value;
-    ondemand::json_type type;
-    if (const auto error = field.get(value)) {
-        return error == simdjson::NO_SUCH_FIELD ? simdjson::SUCCESS : error;
-    }
-    if (const auto error = value.type().get(type)) {
-        return error;
-    }
-    if (type == ondemand::json_type::array) {
-        // A cask's name is a list; its first part is what people search.
-        ondemand::array parts;
-        if (const auto error = value.get_array().get(parts)) {
-            return error;
-        }
-        for (auto part : parts) {
-            return addLength(part, total);
-        }
-        return simdjson::SUCCESS;
-    }
-    if (type != ondemand::json_type::string) {
-        return type == ondemand::json_type::null ? simdjson::SUCCESS : simdjson::INCORRECT_TYPE;
-    }
-    std::string_view text;
-    if (const auto error = value.get_string().get(text)) {
-        return error;
-    }
-    total += text.size();
-    return simdjson::SUCCESS;
-}
-
-// Reads what the search needs of every record, so that the parser cannot skip the work a decoder does.
-void bareParse(benchmark::State& state, const QByteArray& json, std::string_view tokenKey, std::string_view nameKey)
-{
-    const simdjson::padded_string_view text(json.constData(), std::size_t(json.size()), std::size_t(json.capacity()));
-    if (json.capacity() - json.size() < qsizetype(simdjson::SIMDJSON_PADDING)) {
-        state.SkipWithError("the catalogue text has no padding");
-        return;
-    }
     ondemand::parser parser;
-    int64_t count = 0;
+    std::size_t count = 0;
     for (auto _ : state) {
-        ondemand::document document;
-        ondemand::array records;
-        if (parser.iterate(text).get(document) || document.get_array().get(records)) {
+        std::size_t total = 0;
+        const std::optional<std::size_t> parsed = CatalogueReference::bareParse(parser, json, columns, total);
+        if (!parsed) {
             state.SkipWithError("the catalogue did not parse");
             break;
         }
-        std::size_t total = 0;
-        bool failed = false;
-        count = 0;
-        for (auto element : records) {
-            ondemand::object record;
-            failed = element.get_object().get(record) || addLength(record[tokenKey], total) ||
-                     addLength(record[nameKey], total) || addLength(record["desc"], total);
-            if (failed) {
-                break;
-            }
-            ++count;
-        }
-        if (failed) {
-            state.SkipWithError("a record did not parse");
-            break;
-        }
+        count = *parsed;
         benchmark::DoNotOptimize(total);
     }
     state.SetBytesProcessed(int64_t(state.iterations()) * json.size());
-    state.SetItemsProcessed(int64_t(state.iterations()) * count);
+    state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(count));
 }
 
 void bareParseFormulae(benchmark::State& state)
 {
-    bareParse(state, catalogue().formulaJson(), "name", "full_name");
+    bareParse(state, catalogue().formulaJson(), CatalogueReference::formulaColumns);
 }
 
 void bareParseCasks(benchmark::State& state)
 {
-    bareParse(state, catalogue().caskJson(), "token", "name");
-}
-
-void bindText(sqlite3_stmt* statement, int column, const std::optional<QByteArray>& text)
-{
-    if (text) {
-        sqlite3_bind_text(statement, column, text->constData(), int(text->size()), SQLITE_STATIC);
-    } else {
-        sqlite3_bind_null(statement, column);
-    }
+    bareParse(state, catalogue().caskJson(), CatalogueReference::caskColumns);
 }
 
 // The floor for rebuilding the store: every row in one transaction through one prepared statement, into a
@@ -265,45 +178,19 @@ void bareSqliteInsert(benchmark::State& state)
 
     for (auto _ : state) {
         state.PauseTiming();
-        QFile::remove(path);
-        sqlite3* database = nullptr;
-        if (sqlite3_open(QFile::encodeName(path).constData(), &database) != SQLITE_OK ||
-            sqlite3_exec(database,
-                         "CREATE TABLE package (token TEXT NOT NULL, name TEXT NOT NULL, tap TEXT, desc TEXT, "
-                         "website TEXT, license TEXT, version TEXT, artifacts TEXT)",
-                         nullptr, nullptr, nullptr) != SQLITE_OK) {
-            state.SkipWithError(sqlite3_errmsg(database));
-            sqlite3_close(database);
+        QString error;
+        sqlite3* database = CatalogueReference::createBareDatabase(path, error);
+        if (!database) {
+            state.SkipWithError(qPrintable(error));
             break;
         }
         state.ResumeTiming();
-
-        sqlite3_stmt* statement = nullptr;
-        bool failed = sqlite3_exec(database, "BEGIN", nullptr, nullptr, nullptr) != SQLITE_OK ||
-                      sqlite3_prepare_v2(database, "INSERT INTO package VALUES (?, ?, ?, ?, ?, ?, ?, ?)", -1,
-                                         &statement, nullptr) != SQLITE_OK;
-        for (std::size_t i = 0; !failed && i < rows.size(); ++i) {
-            const PackageRow& row = rows[i];
-            sqlite3_bind_text(statement, 1, row.token.constData(), int(row.token.size()), SQLITE_STATIC);
-            sqlite3_bind_text(statement, 2, row.name.constData(), int(row.name.size()), SQLITE_STATIC);
-            bindText(statement, 3, row.tap);
-            bindText(statement, 4, row.desc);
-            bindText(statement, 5, row.website);
-            bindText(statement, 6, row.license);
-            bindText(statement, 7, row.version);
-            bindText(statement, 8, row.artifacts);
-            failed = sqlite3_step(statement) != SQLITE_DONE || sqlite3_reset(statement) != SQLITE_OK;
-        }
-        sqlite3_finalize(statement);
-        failed = failed || sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK;
-        if (failed) {
-            state.SkipWithError(sqlite3_errmsg(database));
-        }
-
+        const bool inserted = CatalogueReference::insertRows(database, rows, error);
         state.PauseTiming();
         sqlite3_close(database);
         state.ResumeTiming();
-        if (failed) {
+        if (!inserted) {
+            state.SkipWithError(qPrintable(error));
             break;
         }
     }
@@ -449,7 +336,7 @@ void rebuildStore(benchmark::State& state)
             state.PauseTiming();
         }
         // Objects the last merge dropped go here, outside the timing, as the event loop would take them.
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCoreApplication::sendPostedEvents();
         Result<QList<ManagedObject*>> fetchedFormulae = view->fetch(formulaEntity);
         Result<QList<ManagedObject*>> fetchedCasks = view->fetch(caskEntity);
         if (!fetchedFormulae || !fetchedCasks) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "activities/Activity.h"
+#include "catalogue/SyncSteps.h"
 
 #include <QObject>
 
@@ -15,6 +16,10 @@ public:
 Q_SIGNALS:
     // An activity was appended to the activity centre (on the GUI thread, after the list grew).
     void activityCenterPostedActivity(ActivityPtr activity);
+    // A synchronisation pass entered step, with the share of the pass done so far (on the GUI thread).
+    void synchronisationStepChanged(SyncSteps::Step step, double progress);
+    // A synchronisation pass ended; errorDescription is empty on success (on the GUI thread).
+    void synchronisationFinished(bool succeeded, QString errorDescription);
 
 private:
     Notifications();

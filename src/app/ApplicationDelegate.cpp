@@ -1,5 +1,7 @@
 #include "app/ApplicationDelegate.h"
 
+#include "catalogue/SyncLaunchRule.h"
+#include "catalogue/Synchronisation.h"
 #include "foundation/Bundle.h"
 #include "foundation/DefaultSettings.h"
 #include "foundation/Defaults.h"
@@ -42,6 +44,12 @@ void ApplicationDelegate::applicationDidFinishLaunching()
     m_passwordDialog.setParentWidget(m_mainWindow.get());
     m_mainWindow->setCloseRequest([this](std::function<void(bool)> reply) { requestTermination(std::move(reply)); });
     m_mainWindow->show();
+
+    // The shared synchronisation reads and writes the standard preferences, which are these in the application.
+    if (const std::optional<Synchronisation::Form> form =
+            SyncLaunchRule::formAtLaunch(m_defaults, QDateTime::currentDateTime())) {
+        Synchronisation::shared().start(*form);
+    }
 }
 
 void ApplicationDelegate::requestTermination(std::function<void(bool terminate)> reply)

@@ -1,20 +1,51 @@
 #include "app/ApplicationDelegate.h"
+#include "app/CommandLineTool.h"
 #include "app/TerminationSignals.h"
 #include "foundation/Bundle.h"
 #include "foundation/Defaults.h"
-#include "homebrew/HomebrewInstallation.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QFileInfo>
+#include <QLoggingCategory>
 #include <QTextStream>
+
+namespace {
+
+// The names that settings and the store are found by: the window and the command line must agree on them.
+void setApplicationIdentity()
+{
+    QCoreApplication::setApplicationName(QStringLiteral("Corvel X"));
+    QCoreApplication::setOrganizationDomain(QStringLiteral("tessel.works"));
+}
+
+// Commands run without a window, so they must not need a display: no QApplication on that path.
+int runCommandLine(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    setApplicationIdentity();
+    QCoreApplication::setApplicationVersion(Bundle::main().version());
+    // The terminal shows results and errors; the log's informational lines can be had through QT_LOGGING_RULES.
+    QLoggingCategory::setFilterRules(QStringLiteral("works.tessel.corvel.debug=false\nworks.tessel.corvel.info=false"));
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+    return CommandLineTool(out, err).run(QCoreApplication::arguments());
+}
+
+} // namespace
 
 int main(int argc, char* argv[])
 {
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i) {
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    }
+    if (CommandLineTool::handles(arguments)) {
+        return runCommandLine(argc, argv);
+    }
+
     QApplication app(argc, argv);
-    QApplication::setApplicationName(QStringLiteral("Corvel X"));
+    setApplicationIdentity();
     QApplication::setApplicationDisplayName(QStringLiteral("Corvel X"));
-    QApplication::setOrganizationDomain(QStringLiteral("tessel.works"));
     QApplication::setQuitOnLastWindowClosed(false);
 
     Bundle& bundle = Bundle::main();
@@ -35,22 +66,13 @@ int main(int argc, char* argv[])
     parser.addOption(rootOption);
     parser.process(app);
 
-    if (parser.isSet(configOption)) {
-        const auto overlay = Bundle::readInfoOverlay(parser.value(configOption));
-        if (!overlay) {
-            QTextStream(stderr) << "corvel-x: " << overlay.error().description() << '\n';
-            return 2;
-        }
-        bundle.overlayInfo(overlay.value());
-    }
-    if (parser.isSet(rootOption)) {
-        const QString root = parser.value(rootOption);
-        // A mistyped root would silently look like a machine without Homebrew.
-        if (!QFileInfo(root).isDir()) {
-            QTextStream(stderr) << "corvel-x: --root: " << root << " is not a directory" << '\n';
-            return 2;
-        }
-        Homebrew::Installation::shared().setRoot(root);
+    const auto valueOf = [&parser](const QCommandLineOption& option) {
+        return parser.isSet(option) ? std::optional(parser.value(option)) : std::nullopt;
+    };
+    if (const Result<void> applied = CommandLineTool::applyGlobalOptions(valueOf(configOption), valueOf(rootOption));
+        !applied) {
+        QTextStream(stderr) << "corvel-x: " << applied.error().description() << '\n';
+        return 2;
     }
     // A build without a usable configuration must stop here, before anything else runs.
     bundle.serviceURL();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "catalogue/ManagedObject.h"
+#include "catalogue/ManagedObjectContext.h"
 #include "catalogue/Predicate.h"
 #include "catalogue/SortDescriptor.h"
 #include "foundation/Result.h"
@@ -14,7 +15,6 @@
 #include <QString>
 #include <array>
 
-class ManagedObjectContext;
 struct ChangeSet;
 
 class ArrayController : public QObject {

@@ -24,26 +24,28 @@ class Sources {
 public:
     // catalogueBase is the bundle's TW_HOMEBREW_API_URL; "/api/formula.json" and "/api/cask.json" go below it.
     Sources(const Commands& commands, QUrl catalogueBase, HttpClient& httpClient);
+    // Each source can be overridden, so that a measurement can answer from memory without children or network.
+    virtual ~Sources() = default;
 
     // The public catalogue, every formula (cask) Homebrew knows.
-    Result<std::vector<Formula>> allFormulae() const;
-    Result<std::vector<Cask>> allCasks() const;
+    virtual Result<std::vector<Formula>> allFormulae() const;
+    virtual Result<std::vector<Cask>> allCasks() const;
 
-    Result<std::vector<Formula>> installedFormulae() const;
-    Result<std::vector<Cask>> installedCasks() const;
+    virtual Result<std::vector<Formula>> installedFormulae() const;
+    virtual Result<std::vector<Cask>> installedCasks() const;
     // Fails when brew does not know the token.
-    Result<Cask> cask(const QString& token) const;
+    virtual Result<Cask> cask(const QString& token) const;
 
     // The packages of installed repositories other than the core ones, through the companion command.
-    Result<std::vector<Formula>> tapFormulae() const;
-    Result<std::vector<Cask>> tapCasks() const;
+    virtual Result<std::vector<Formula>> tapFormulae() const;
+    virtual Result<std::vector<Cask>> tapCasks() const;
 
-    Result<std::vector<Tap>> installedTaps() const;
-    Result<Tap> tap(const QString& name) const;
+    virtual Result<std::vector<Tap>> installedTaps() const;
+    virtual Result<Tap> tap(const QString& name) const;
 
-    Result<QStringList> outdatedFormulae() const;
-    Result<QStringList> outdatedCasks() const;
-    Result<QStringList> leaves() const;
+    virtual Result<QStringList> outdatedFormulae() const;
+    virtual Result<QStringList> outdatedCasks() const;
+    virtual Result<QStringList> leaves() const;
 
     // The catalogue endpoint for path ("/api/formula.json"), below the base's own path.
     QUrl catalogueUrl(const QString& path) const;
