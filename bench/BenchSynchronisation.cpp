@@ -84,11 +84,7 @@ public:
             fail(QStringLiteral("cannot create a temporary folder: %1").arg(m_folder.errorString()));
         }
         const CatalogueGenerator generator(QStringLiteral(CORVEL_SEED_DATA_DIR));
-        Result<void> outcome = generator.writeTo(m_folder.path());
-        if (outcome) {
-            outcome = generator.verify(m_folder.path());
-        }
-        if (!outcome) {
+        if (const Result<void> outcome = generator.writeVerified(m_folder.path()); !outcome) {
             fail(outcome.error().description());
         }
         // Plain arrays, as a network reply or a child's output delivers them.

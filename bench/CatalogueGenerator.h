@@ -25,6 +25,12 @@ public:
     // Reads back what writeTo() wrote and fails on wrong record counts, repeated tokens or sizes far from the
     // real catalogue's, so that a broken generator never yields figures.
     Result<void> verify(const QString& folder) const;
+    // writeTo() followed by verify(), as every benchmark wants its catalogue.
+    Result<void> writeVerified(const QString& folder) const
+    {
+        const Result<void> written = writeTo(folder);
+        return written ? verify(folder) : written;
+    }
 
     static QString formulaFileName() { return QStringLiteral("formula.json"); }
     static QString caskFileName() { return QStringLiteral("cask.json"); }
