@@ -1,5 +1,6 @@
 #include "app/CommandLineTool.h"
 
+#include "app/OperationCommands.h"
 #include "catalogue/CoreDataManager.h"
 #include "catalogue/Formula.h"
 #include "catalogue/Package.h"
@@ -147,6 +148,21 @@ QString CommandLineTool::helpText()
         "      alike unless --installed or --available narrows them.\n"
         "  list (--apps | --scripts) [--outdated]\n"
         "      The installed apps or scripts; with --outdated only those with an upgrade.\n"
+        "  install (--cask | --formula) TOKEN...\n"
+        "  uninstall (--cask | --formula) [--yes] TOKEN...\n"
+        "  upgrade (--cask | --formula) TOKEN...\n"
+        "  upgrade --all-apps [--yes]\n"
+        "  reinstall (--cask | --formula) [--yes] TOKEN...\n"
+        "      Runs brew on each app (--cask) or script (--formula) named by its exact token, all at once, printing\n"
+        "      brew's output as it comes. Every TOKEN must be in the catalogue, or nothing runs. --all-apps upgrades\n"
+        "      every installed app that has an upgrade.\n"
+        "  tap NAME\n"
+        "  untap [--yes] NAME\n"
+        "      Adds or removes the repository NAME (owner/name).\n"
+        "  update\n"
+        "  cleanup [--prune-all]\n"
+        "  autoremove\n"
+        "      Homebrew's maintenance jobs; --prune-all also removes every cached download.\n"
         "\n"
         "Options:\n"
         "  --root DIR     Looks for Homebrew under DIR (DIR/opt/homebrew, DIR/usr/local/homebrew) instead of /.\n"
@@ -156,7 +172,11 @@ QString CommandLineTool::helpText()
         "\n"
         "search and list print one line per record, sorted by token: the token, the name and the flags\n"
         "(\"installed\", \"outdated\", \"leaf\", separated by spaces), separated by tabs.\n"
-        "Exit status: 0 on success, 1 on a failure, 2 on a usage error.\n");
+        "Uninstalling, reinstalling, upgrading all apps and removing a repository ask first, as the window does: on\n"
+        "the command line --yes is the answer, and without it nothing runs (a question the window was told not to ask\n"
+        "again is not asked here either). A failure is reported on standard error.\n"
+        "Exit status: 0 on success; 1 on a failure, an unknown token, a package that does not take the operation\n"
+        "or a question left without --yes; 2 on a usage error.\n");
 }
 
 int CommandLineTool::run(const QStringList& arguments)
@@ -202,6 +222,23 @@ int CommandLineTool::run(const QStringList& arguments)
     }
     if (command == QLatin1String("list")) {
         return runList(rest, global);
+    }
+    using Kind = PackageOperation::Kind;
+    const std::pair<const char*, Kind> packageCommands[] = {{"install", Kind::install},
+                                                            {"uninstall", Kind::uninstall},
+                                                            {"upgrade", Kind::upgrade},
+                                                            {"reinstall", Kind::reinstall}};
+    for (const auto& [name, kind] : packageCommands) {
+        if (command == QLatin1String(name)) {
+            return runPackageOperation(kind, command, rest, global);
+        }
+    }
+    if (command == QLatin1String("tap") || command == QLatin1String("untap")) {
+        return runRepository(command == QLatin1String("tap"), rest, global);
+    }
+    if (command == QLatin1String("update") || command == QLatin1String("cleanup") ||
+        command == QLatin1String("autoremove")) {
+        return runMaintenance(command, rest, global);
     }
     return usage(QStringLiteral("unknown command '%1'").arg(command));
 }
@@ -389,6 +426,105 @@ int CommandLineTool::runList(const QStringList& arguments, GlobalOptions global)
     }
     return printRecords(*persona.value() == QLatin1String("apps") ? QStringLiteral("Cask") : QStringLiteral("Formula"),
                         predicate);
+}
+
+int CommandLineTool::runPackageOperation(PackageOperation::Kind kind, const QString& command,
+                                         const QStringList& arguments, GlobalOptions global)
+{
+    const bool upgrade = kind == PackageOperation::Kind::upgrade;
+    QCommandLineParser parser;
+    for (const char* name : {"cask", "formula", "yes"}) {
+        parser.addOption(flag(QString::fromLatin1(name)));
+    }
+    if (upgrade) {
+        parser.addOption(flag(QStringLiteral("all-apps")));
+    }
+    parser.addPositionalArgument(QStringLiteral("TOKEN"), QStringLiteral("The package's Homebrew token."));
+    if (const std::optional<int> done = parseCommand(parser, command, arguments, global)) {
+        return *done;
+    }
+    const Result<std::optional<QString>> persona = choice(parser, {QStringLiteral("cask"), QStringLiteral("formula")});
+    if (!persona) {
+        return usage(command + QStringLiteral(": ") + persona.error().description());
+    }
+    const QStringList tokens = parser.positionalArguments();
+    const bool allApps = upgrade && parser.isSet(QStringLiteral("all-apps"));
+    if (allApps) {
+        if (persona.value() == QLatin1String("formula")) {
+            return usage(QStringLiteral("upgrade: --all-apps upgrades apps, not scripts"));
+        }
+        if (!tokens.isEmpty()) {
+            return usage(QStringLiteral("upgrade: --all-apps takes no TOKEN ('%1' given)").arg(tokens.first()));
+        }
+    } else {
+        if (!persona.value()) {
+            return usage(command + QStringLiteral(": choose --cask or --formula"));
+        }
+        if (tokens.isEmpty()) {
+            return usage(command + QStringLiteral(": missing TOKEN"));
+        }
+    }
+    if (const std::optional<int> failed = prepare(global)) {
+        return *failed;
+    }
+    OperationCommands commands(m_out, m_err, parser.isSet(QStringLiteral("yes")));
+    if (allApps) {
+        return commands.upgradeAllApps();
+    }
+    return commands.runPackages(kind,
+                                *persona.value() == QLatin1String("cask") ? PackageOperation::Persona::apps
+                                                                          : PackageOperation::Persona::scripts,
+                                tokens);
+}
+
+int CommandLineTool::runRepository(bool add, const QStringList& arguments, GlobalOptions global)
+{
+    const QString command = add ? QStringLiteral("tap") : QStringLiteral("untap");
+    QCommandLineParser parser;
+    if (!add) {
+        parser.addOption(flag(QStringLiteral("yes")));
+    }
+    parser.addPositionalArgument(QStringLiteral("NAME"), QStringLiteral("The repository, as owner/name."));
+    if (const std::optional<int> done = parseCommand(parser, command, arguments, global)) {
+        return *done;
+    }
+    const QStringList positional = parser.positionalArguments();
+    if (positional.isEmpty()) {
+        return usage(command + QStringLiteral(": missing NAME"));
+    }
+    if (positional.size() > 1) {
+        return usage(command + QStringLiteral(": unexpected argument '%1'").arg(positional.at(1)));
+    }
+    if (const std::optional<int> failed = prepare(global)) {
+        return *failed;
+    }
+    OperationCommands commands(m_out, m_err, !add && parser.isSet(QStringLiteral("yes")));
+    return add ? commands.tap(positional.first()) : commands.untap(positional.first());
+}
+
+int CommandLineTool::runMaintenance(const QString& command, const QStringList& arguments, GlobalOptions global)
+{
+    const bool cleanup = command == QLatin1String("cleanup");
+    QCommandLineParser parser;
+    if (cleanup) {
+        parser.addOption(flag(QStringLiteral("prune-all")));
+    }
+    if (const std::optional<int> done = parseCommand(parser, command, arguments, global)) {
+        return *done;
+    }
+    if (!parser.positionalArguments().isEmpty()) {
+        return usage(command + QStringLiteral(": unexpected argument '%1'").arg(parser.positionalArguments().first()));
+    }
+    MaintenanceJob::Kind kind = MaintenanceJob::Update;
+    if (cleanup) {
+        kind = parser.isSet(QStringLiteral("prune-all")) ? MaintenanceJob::PruneAll : MaintenanceJob::Cleanup;
+    } else if (command == QLatin1String("autoremove")) {
+        kind = MaintenanceJob::Autoremove;
+    }
+    if (const std::optional<int> failed = prepare(global)) {
+        return *failed;
+    }
+    return OperationCommands(m_out, m_err, false).maintain(kind);
 }
 
 int CommandLineTool::printRecords(const QString& entity, const Predicate& predicate)

@@ -1,8 +1,11 @@
-// corvel-x without a window: synchronises, searches and lists the catalogue from a terminal or a script, on the same
-// store, Homebrew and configuration as the application, with no display needed.
+// corvel-x without a window: synchronises, searches and lists the catalogue, and installs, removes and maintains
+// packages and repositories, from a terminal or a script, on the same store, Homebrew and configuration as the
+// application, with no display needed.
 #pragma once
 
 #include "foundation/Result.h"
+#include "operations/MaintenanceJob.h"
+#include "operations/PackageOperation.h"
 
 #include <QString>
 #include <QStringList>
@@ -47,6 +50,10 @@ private:
     int runSync(const QStringList& arguments, GlobalOptions global);
     int runSearch(const QStringList& arguments, GlobalOptions global);
     int runList(const QStringList& arguments, GlobalOptions global);
+    int runPackageOperation(PackageOperation::Kind kind, const QString& command, const QStringList& arguments,
+                            GlobalOptions global);
+    int runRepository(bool add, const QStringList& arguments, GlobalOptions global);
+    int runMaintenance(const QString& command, const QStringList& arguments, GlobalOptions global);
 
     // Parses one command's options, which include --help and the global options again. An exit status when the
     // command ends here (its help, a usage error).
