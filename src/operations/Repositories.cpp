@@ -127,40 +127,60 @@ void Repositories::install(const QString& name)
                    tr("\"%1\" is not a repository name: it must have the form owner/name").arg(name)));
         return;
     }
-    qCInfo(lcCorvel, "Installing %s", qUtf8Printable(name));
-    Q_EMIT started(Operation::install, name);
-    setBusy(name, true);
+    perform(
+        Operation::install, name,
+        [this, name](ManagedObjectContext& background, ChangeSet&) {
+            Result<Homebrew::Tap> tap = get(name);
+            return tap ? store(background, tap.value()) : Result<void>(tap.error());
+        },
+        [this, name](bool busy) { setBusy(name, busy); });
+}
+
+void Repositories::perform(Operation operation, const QString& name, const StoreUpdate& afterCommand,
+                           const std::function<void(bool busy)>& markRecord)
+{
+    const bool installing = operation == Operation::install;
+    qCInfo(lcCorvel, installing ? "Installing %s" : "Uninstalling %s", qUtf8Printable(name));
+    Q_EMIT started(operation, name);
+    markRecord(true);
     m_state.setBusy(true);
 
     Result<std::unique_ptr<ManagedObjectContext>> created = m_store.newBackgroundContext();
     auto context = std::make_shared<Result<std::unique_ptr<ManagedObjectContext>>>(std::move(created));
     const Repositories* self = this;
+    const QStringList arguments{installing ? QStringLiteral("tap") : QStringLiteral("untap"), name};
     Threading::runAsync<WorkOutcome>(
-        [self, context, name] {
+        [self, context, name, operation, arguments, afterCommand] {
             if (!*context) {
                 return WorkOutcome{context->error(), {}};
             }
             ManagedObjectContext& background = *context->value();
             WorkOutcome outcome;
-            outcome.result =
-                self->m_commands.run({QStringLiteral("tap"), name}, {}, name, verb(Operation::install), [&] {
-                    Result<Homebrew::Tap> tap = self->get(name);
-                    return tap ? store(background, tap.value()) : Result<void>(tap.error());
-                });
+            outcome.result = self->m_commands.run(arguments, {}, name, verb(operation),
+                                                  [&] { return afterCommand(background, outcome.changes); });
             context->value().reset();
             return outcome;
         },
         this,
-        [this, name](const WorkOutcome& outcome) {
-            setBusy(name, false);
+        [this, name, operation, installing, markRecord](const WorkOutcome& outcome) {
+            markRecord(false);
             m_state.setBusy(false);
+            if (!outcome.changes.isEmpty()) {
+                if (const Result<void> merged =
+                        CoreDataManager::mergeChangesFromRemoteContextSave(outcome.changes, {m_store.viewContext()});
+                    !merged) {
+                    qCWarning(lcCorvel, "Unable to show the removal of %s: %s", qUtf8Printable(name),
+                              qUtf8Printable(merged.error().description()));
+                }
+            }
             if (!outcome.result) {
-                fail(Operation::install, name, outcome.result.error());
+                fail(operation, name, outcome.result.error());
                 return;
             }
-            qCInfo(lcCorvel, "%s repository installed", qUtf8Printable(name));
-            m_analytics.repositoryEvent(verb(Operation::install), name);
-            Q_EMIT finished(Operation::install, name, true, QString());
+            qCInfo(lcCorvel, installing ? "%s repository installed" : "%s repository uninstalled",
+                   qUtf8Printable(name));
+            m_analytics.repositoryEvent(verb(operation), name);
+            Q_EMIT finished(operation, name, true, QString());
         });
 }
 
@@ -192,49 +212,16 @@ bool Repositories::uninstall(Tap* tap)
 
 void Repositories::runUninstall(Tap* tap)
 {
-    const QString name = tap->token();
-    qCInfo(lcCorvel, "Uninstalling %s", qUtf8Printable(name));
-    Q_EMIT started(Operation::uninstall, name);
-    tap->setBusy(true);
-    m_state.setBusy(true);
-
-    Result<std::unique_ptr<ManagedObjectContext>> created = m_store.newBackgroundContext();
-    auto context = std::make_shared<Result<std::unique_ptr<ManagedObjectContext>>>(std::move(created));
-    const Repositories* self = this;
-    Threading::runAsync<WorkOutcome>(
-        [self, context, name] {
-            if (!*context) {
-                return WorkOutcome{context->error(), {}};
-            }
-            ManagedObjectContext& background = *context->value();
-            WorkOutcome outcome;
-            outcome.result = self->m_commands.run({QStringLiteral("untap"), name}, {}, name, verb(Operation::uninstall),
-                                                  [&] { return forget(background, name, outcome.changes); });
-            context->value().reset();
-            return outcome;
+    perform(
+        Operation::uninstall, tap->token(),
+        [name = tap->token()](ManagedObjectContext& background, ChangeSet& changes) {
+            return forget(background, name, changes);
         },
-        this,
-        [this, name, guard = QPointer<Tap>(tap)](const WorkOutcome& outcome) {
-            // Cleared on the object itself: once untapped, its record is no longer in the store to be found by name.
+        // Marked on the object itself: once untapped, its record is no longer in the store to be found by name.
+        [guard = QPointer<Tap>(tap)](bool busy) {
             if (guard) {
-                guard->setBusy(false);
+                guard->setBusy(busy);
             }
-            m_state.setBusy(false);
-            if (!outcome.changes.isEmpty()) {
-                if (const Result<void> merged =
-                        CoreDataManager::mergeChangesFromRemoteContextSave(outcome.changes, {m_store.viewContext()});
-                    !merged) {
-                    qCWarning(lcCorvel, "Unable to show the removal of %s: %s", qUtf8Printable(name),
-                              qUtf8Printable(merged.error().description()));
-                }
-            }
-            if (!outcome.result) {
-                fail(Operation::uninstall, name, outcome.result.error());
-                return;
-            }
-            qCInfo(lcCorvel, "%s repository uninstalled", qUtf8Printable(name));
-            m_analytics.repositoryEvent(verb(Operation::uninstall), name);
-            Q_EMIT finished(Operation::uninstall, name, true, QString());
         });
 }
 

@@ -16,6 +16,8 @@ class Alerter;
 class Analytics;
 class ApplicationState;
 class CoreDataManager;
+class ManagedObjectContext;
+struct ChangeSet;
 class HttpClient;
 class Tap;
 
@@ -86,7 +88,14 @@ Q_SIGNALS:
     void cancelled(const QString& name);
 
 private:
+    // Brings the store in line once brew succeeded, on the worker, recording what it changed.
+    using StoreUpdate = std::function<Result<void>(ManagedObjectContext& context, ChangeSet& changes)>;
+
     void runUninstall(Tap* tap);
+    // Runs "tap" or "untap" for name on a worker with a store context of its own, then reports on the GUI thread;
+    // markRecord sets and clears the record's busy mark around it.
+    void perform(Operation operation, const QString& name, const StoreUpdate& afterCommand,
+                 const std::function<void(bool busy)>& markRecord);
     void fail(Operation operation, const QString& name, const Error& error);
     void setBusy(const QString& name, bool busy);
 
