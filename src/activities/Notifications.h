@@ -3,9 +3,11 @@
 #pragma once
 
 #include "activities/Activity.h"
+#include "catalogue/Predicate.h"
 #include "catalogue/SyncSteps.h"
 
 #include <QObject>
+#include <optional>
 
 class Notifications : public QObject {
     Q_OBJECT
@@ -20,6 +22,9 @@ Q_SIGNALS:
     void synchronisationStepChanged(SyncSteps::Step step, double progress);
     // A synchronisation pass ended; errorDescription is empty on success (on the GUI thread).
     void synchronisationFinished(bool succeeded, QString errorDescription);
+    // The main window's search finished typing or changed its tokens: the combined filter of the active tokens,
+    // none when there is none (the tables then return to their default filter).
+    void searchPerformed(std::optional<Predicate> predicate);
 
 private:
     Notifications();

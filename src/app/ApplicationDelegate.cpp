@@ -8,6 +8,7 @@
 #include "foundation/Logging.h"
 #include "foundation/PreferenceKeys.h"
 #include "ui/Appearance.h"
+#include "ui/CrashReportDialog.h"
 #include "ui/MainWindow.h"
 
 #include <QApplication>
@@ -19,6 +20,7 @@ ApplicationDelegate::ApplicationDelegate(Bundle& bundle, Defaults& defaults, QOb
     , m_state(defaults)
     , m_quitConfirmation(m_state, m_alerter)
     , m_askpass(m_passwordDialog)
+    , m_crashReporter(m_crashCaptureEngine, bundle, defaults, [] { return std::make_unique<CrashReportDialog>(); })
 {
     connect(qApp, &QCoreApplication::aboutToQuit, this, &ApplicationDelegate::applicationWillTerminate);
 }
@@ -28,6 +30,10 @@ ApplicationDelegate::~ApplicationDelegate() = default;
 void ApplicationDelegate::applicationDidFinishLaunching()
 {
     qCInfo(lcCorvel) << "Launching Corvel X...";
+    // Before anything else, so that a crash in the rest of the start-up is reported next time.
+    if (const Result<void> enabled = m_crashReporter.enableCapture(QStringLiteral("corvel-x")); !enabled) {
+        qCWarning(lcCorvel).noquote() << enabled.error().description();
+    }
     DefaultSettings::registerFromBundle(m_bundle, m_defaults);
     m_state.restore();
 
@@ -43,6 +49,18 @@ void ApplicationDelegate::applicationDidFinishLaunching()
     m_alerter.setParentWidget(m_mainWindow.get());
     m_passwordDialog.setParentWidget(m_mainWindow.get());
     m_mainWindow->setCloseRequest([this](std::function<void(bool)> reply) { requestTermination(std::move(reply)); });
+    m_mainWindow->setDebugActions({
+        [this] { m_crashReporter.showWindow(QStringLiteral("This is a test crash log.")); },
+        [this] {
+            m_crashReporter.send(QStringLiteral("This is a test crash log."), [](const Result<void>& sent) {
+                if (!sent) {
+                    qCWarning(lcCorvel).noquote()
+                        << QStringLiteral("Unable to send crash report: %1").arg(sent.error().description());
+                }
+            });
+        },
+        [] { qFatal("This is a deliberate crash."); },
+    });
     m_mainWindow->show();
 
     // The shared synchronisation reads and writes the standard preferences, which are these in the application.
@@ -50,6 +68,8 @@ void ApplicationDelegate::applicationDidFinishLaunching()
             SyncLaunchRule::formAtLaunch(m_defaults, QDateTime::currentDateTime())) {
         Synchronisation::shared().start(*form);
     }
+
+    m_crashReporter.checkPendingReport();
 }
 
 void ApplicationDelegate::requestTermination(std::function<void(bool terminate)> reply)

@@ -1,9 +1,11 @@
-// Starts the application in its fixed order (preferences, state, appearance, password relay, main window) and ends
-// it, asking first while a background operation runs.
+// Starts the application in its fixed order (preferences, state, appearance, password relay, main window, crash
+// reporting) and ends it, asking first while a background operation runs.
 #pragma once
 
 #include "activities/ApplicationState.h"
 #include "activities/QuitConfirmation.h"
+#include "diagnostics/CrashCaptureEngine.h"
+#include "diagnostics/CrashReporter.h"
 #include "homebrew/Askpass.h"
 #include "ui/MessageBoxAlerter.h"
 #include "ui/PasswordDialog.h"
@@ -25,6 +27,7 @@ public:
 
     ApplicationState& state() { return m_state; }
     MainWindow* mainWindow() const { return m_mainWindow.get(); }
+    CrashReporter& crashReporter() { return m_crashReporter; }
 
     void applicationDidFinishLaunching();
 
@@ -41,5 +44,7 @@ private:
     QuitConfirmation m_quitConfirmation;
     PasswordDialog m_passwordDialog;
     Askpass m_askpass;
+    CrashCaptureEngine m_crashCaptureEngine;
+    CrashReporter m_crashReporter;
     std::unique_ptr<MainWindow> m_mainWindow;
 };

@@ -18,6 +18,9 @@
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QFileInfo>
+#include <cstdint>
+#include <limits>
+#include <stdexcept>
 
 namespace {
 
@@ -108,6 +111,9 @@ CommandLineTool::CommandLineTool(QTextStream& out, QTextStream& err)
 
 bool CommandLineTool::handles(const QStringList& arguments)
 {
+    if (crashForTestKind(arguments)) {
+        return true;
+    }
     for (qsizetype i = 1; i < arguments.size(); ++i) {
         const QString& argument = arguments.at(i);
         if (argument == QLatin1String("--")) {
@@ -169,6 +175,8 @@ QString CommandLineTool::helpText()
         "  --config FILE  Overlays the keys of another Info.plist on the bundle's.\n"
         "  -h, --help     Shows this help.\n"
         "  -v, --version  Shows the version.\n"
+        "  --crash-for-test[=fatal|segv|stack|exception]\n"
+        "                 Crashes on purpose, to check that the next start finds the crash report.\n"
         "\n"
         "search and list print one line per record, sorted by token: the token, the name and the flags\n"
         "(\"installed\", \"outdated\", \"leaf\", separated by spaces), separated by tabs.\n"
@@ -179,8 +187,71 @@ QString CommandLineTool::helpText()
         "or a question left without --yes; 2 on a usage error.\n");
 }
 
+std::optional<QString> CommandLineTool::crashForTestKind(const QStringList& arguments)
+{
+    const QString flagName = QStringLiteral("--crash-for-test");
+    for (qsizetype i = 1; i < arguments.size() && arguments.at(i) != QLatin1String("--"); ++i) {
+        const QString& argument = arguments.at(i);
+        if (argument == flagName) {
+            return QString();
+        }
+        if (argument.startsWith(flagName + QLatin1Char('='))) {
+            return argument.mid(flagName.size() + 1);
+        }
+    }
+    return std::nullopt;
+}
+
+namespace {
+
+// Each deeper frame keeps a buffer alive so the recursion cannot be turned into a loop.
+int overflowStack(int depth)
+{
+    if (depth == std::numeric_limits<int>::max()) {
+        return 0;
+    }
+    volatile char buffer[1024];
+    buffer[0] = static_cast<char>(depth);
+    return overflowStack(depth + 1) + buffer[0];
+}
+
+[[noreturn]] void throwDeliberately()
+{
+    throw std::runtime_error("This is a deliberate crash.");
+}
+
+// noexcept makes the escape reach std::terminate whatever the callers catch.
+void throwUncaught() noexcept
+{
+    throwDeliberately();
+}
+
+} // namespace
+
+void CommandLineTool::crashForTest(const QString& kind)
+{
+    if (kind.isEmpty() || kind == QLatin1String("fatal")) {
+        qFatal("This is a deliberate crash.");
+    }
+    if (kind == QLatin1String("segv")) {
+        // Read through volatile so the compiler cannot see the null and replace the store with a trap.
+        volatile std::uintptr_t address = 0;
+        *reinterpret_cast<volatile int*>(address) = 1;
+    }
+    if (kind == QLatin1String("stack")) {
+        overflowStack(0);
+    }
+    if (kind == QLatin1String("exception")) {
+        throwUncaught();
+    }
+}
+
 int CommandLineTool::run(const QStringList& arguments)
 {
+    if (const std::optional<QString> kind = crashForTestKind(arguments)) {
+        crashForTest(*kind);
+        return usage(QStringLiteral("unknown crash kind \"%1\" (fatal, segv, stack or exception)").arg(*kind));
+    }
     const QCommandLineOption help = helpOption();
     const QCommandLineOption version = versionOption();
     const QCommandLineOption config = configOption();

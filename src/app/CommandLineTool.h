@@ -41,6 +41,13 @@ public:
 
     static QString helpText();
 
+    // The kind asked for by --crash-for-test[=KIND] before any "--", if present: empty for the plain flag.
+    static std::optional<QString> crashForTestKind(const QStringList& arguments);
+    // Ends the process the way KIND says ("" or "fatal": a fatal error, "segv": an invalid memory access, "stack":
+    // a stack overflow, "exception": an uncaught C++ exception), so the crash capture can be seen at work. Returns
+    // only for an unknown kind.
+    static void crashForTest(const QString& kind);
+
 private:
     struct GlobalOptions {
         std::optional<QString> configFile;

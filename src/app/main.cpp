@@ -1,6 +1,7 @@
 #include "app/ApplicationDelegate.h"
 #include "app/CommandLineTool.h"
 #include "app/TerminationSignals.h"
+#include "diagnostics/CrashCaptureEngine.h"
 #include "foundation/Bundle.h"
 #include "foundation/Defaults.h"
 
@@ -24,6 +25,13 @@ int runCommandLine(int argc, char* argv[])
     QCoreApplication app(argc, argv);
     setApplicationIdentity();
     QCoreApplication::setApplicationVersion(Bundle::main().version());
+    // Commands crash like the window does; their reports wait for the window's next start.
+    CrashCaptureEngine crashCapture;
+    if (const Result<void> enabled = crashCapture.enable(
+            {QStringLiteral("corvel-x"), Bundle::main().version(), Bundle::main().buildNumber().value_or(QString())});
+        !enabled) {
+        QTextStream(stderr) << "corvel-x: " << enabled.error().description() << '\n';
+    }
     // The terminal shows results and errors; the log's informational lines can be had through QT_LOGGING_RULES.
     QLoggingCategory::setFilterRules(QStringLiteral("works.tessel.corvel.debug=false\nworks.tessel.corvel.info=false"));
     QTextStream out(stdout);

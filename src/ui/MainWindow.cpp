@@ -22,6 +22,31 @@ void MainWindow::setCloseRequest(CloseRequest request)
     m_closeRequest = std::move(request);
 }
 
+bool MainWindow::debugMenuEnabled()
+{
+#ifndef NDEBUG
+    return true;
+#else
+    return qEnvironmentVariable("CORVEL_DEBUG_MENU") == QLatin1String("1");
+#endif
+}
+
+void MainWindow::setDebugActions(DebugActions actions)
+{
+    if (!debugMenuEnabled()) {
+        return;
+    }
+    if (!m_debugMenu) {
+        m_debugMenu = menuBar()->addMenu(tr("&Debug"));
+        m_debugMenu->setObjectName(QStringLiteral("debugMenu"));
+    }
+    m_debugMenu->clear();
+    m_debugMenu->addAction(tr("Show Crash Reporter Window"), this, std::move(actions.showTestCrashReport));
+    m_debugMenu->addAction(tr("Send Test Crash Report"), this, std::move(actions.sendTestCrashReport));
+    m_debugMenu->addSeparator();
+    m_debugMenu->addAction(tr("Crash Deliberately"), this, std::move(actions.crash));
+}
+
 void MainWindow::closeEvent(QCloseEvent* event)
 {
     if (m_closeApproved || !m_closeRequest) {

@@ -4,6 +4,8 @@
 #include <QMainWindow>
 #include <functional>
 
+class QMenu;
+
 class MainWindow : public QMainWindow {
     Q_OBJECT
 
@@ -15,10 +17,22 @@ public:
 
     void setCloseRequest(CloseRequest request);
 
+    // What the Debug menu offers developers: crash reporting tried out without a real crash.
+    struct DebugActions {
+        std::function<void()> showTestCrashReport;
+        std::function<void()> sendTestCrashReport;
+        std::function<void()> crash;
+    };
+    // Adds the Debug menu when debugMenuEnabled(); otherwise does nothing.
+    void setDebugActions(DebugActions actions);
+    // True in debug builds, and in any build started with CORVEL_DEBUG_MENU=1.
+    static bool debugMenuEnabled();
+
 protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
     CloseRequest m_closeRequest;
     bool m_closeApproved = false;
+    QMenu* m_debugMenu = nullptr;
 };
