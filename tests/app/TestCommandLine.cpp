@@ -1,6 +1,7 @@
 // Runs the real corvel-x without a window, as a script would, against a simulated Homebrew and a loopback catalogue
 // served from this process. The expected answers are worked out here from the served records and the simulator's
 // state, not by the application's code.
+#include "CorvelProcess.h"
 #include "app/CommandLineTool.h"
 #include "foundation/Bundle.h"
 #include "homebrew/SimulatedHomebrew.h"
@@ -86,12 +87,7 @@ private Q_SLOTS:
     void unusableStore();
 
 private:
-    struct Run {
-        int exitCode = -1;
-        QProcess::ExitStatus exitStatus = QProcess::CrashExit;
-        QString out;
-        QString err;
-    };
+    using Run = CorvelProcess::Outcome;
     // One record as the listing shows it, plus what the filters look at.
     struct Record {
         QString token;
@@ -240,29 +236,10 @@ void TestCommandLine::cleanup()
 
 void TestCommandLine::corvel(const QStringList& arguments, Run& run, bool globalOptionsFirst, const QString& dataHome)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    // No display of any kind: the command line must not need one.
-    for (const QString& name : {u"QT_QPA_PLATFORM"_s, u"DISPLAY"_s, u"WAYLAND_DISPLAY"_s, u"QT_LOGGING_RULES"_s}) {
-        environment.remove(name);
-    }
-    environment.insert(u"HOME"_s, m_home.filePath(u"home"_s));
-    environment.insert(u"XDG_CONFIG_HOME"_s, m_home.filePath(u"config"_s));
-    environment.insert(u"XDG_DATA_HOME"_s, dataHome.isEmpty() ? m_home.filePath(u"data"_s) : dataHome);
-    environment.insert(u"XDG_CACHE_HOME"_s, m_home.filePath(u"cache"_s));
-
     const QStringList global{u"--root"_s, m_root.path(), u"--config"_s, m_config};
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    QSignalSpy finished(&process, &QProcess::finished);
-    process.start(QCoreApplication::applicationDirPath() + u"/corvel-x"_s,
-                  globalOptionsFirst ? global + arguments : arguments + global);
-    QVERIFY2(process.waitForStarted(), qPrintable(process.errorString()));
-    // The catalogue server lives on this thread: its event loop must run while the child waits for it.
-    QTRY_VERIFY_WITH_TIMEOUT(finished.count() == 1, finishTimeout);
-    run.exitCode = process.exitCode();
-    run.exitStatus = process.exitStatus();
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
+    QVERIFY2(CorvelProcess::run(globalOptionsFirst ? global + arguments : arguments + global,
+                                CorvelProcess::environment(m_home.path(), dataHome), run, finishTimeout),
+             qPrintable(run.err));
 }
 
 QList<TestCommandLine::Record> TestCommandLine::records(bool scripts) const

@@ -1,6 +1,7 @@
 // Runs the real corvel-x on packages, repositories and maintenance jobs, as a script would, against a simulated
 // Homebrew and a loopback catalogue served from this process. What ran is read back from the simulator's own log of
 // invocations; what is expected is worked out from the simulator's state, not by the application's code.
+#include "CorvelProcess.h"
 #include "homebrew/SimulatedHomebrew.h"
 
 #include <QFile>
@@ -61,11 +62,7 @@ private Q_SLOTS:
     void refused();
 
 private:
-    struct Run {
-        int exitCode = -1;
-        QProcess::ExitStatus exitStatus = QProcess::CrashExit;
-        QString out;
-        QString err;
+    struct Run : CorvelProcess::Outcome {
         // The brew commands this run issued that change something, in the order they started.
         QList<QStringList> changes;
     };
@@ -134,28 +131,10 @@ void TestOperationCommands::cleanup()
 
 void TestOperationCommands::corvel(const QStringList& arguments, Run& run)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const QString& name : {u"QT_QPA_PLATFORM"_s, u"DISPLAY"_s, u"WAYLAND_DISPLAY"_s, u"QT_LOGGING_RULES"_s}) {
-        environment.remove(name);
-    }
-    environment.insert(u"HOME"_s, m_home.filePath(u"home"_s));
-    environment.insert(u"XDG_CONFIG_HOME"_s, m_home.filePath(u"config"_s));
-    environment.insert(u"XDG_DATA_HOME"_s, m_home.filePath(u"data"_s));
-    environment.insert(u"XDG_CACHE_HOME"_s, m_home.filePath(u"cache"_s));
-
     const qsizetype before = m_brew->invocations().size();
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    QSignalSpy finished(&process, &QProcess::finished);
-    process.start(QCoreApplication::applicationDirPath() + u"/corvel-x"_s,
-                  QStringList{u"--root"_s, m_root.path(), u"--config"_s, m_config} + arguments);
-    QVERIFY2(process.waitForStarted(), qPrintable(process.errorString()));
-    // The catalogue server lives on this thread: its event loop must run while the child waits for it.
-    QTRY_VERIFY_WITH_TIMEOUT(finished.count() == 1, finishTimeout);
-    run.exitCode = process.exitCode();
-    run.exitStatus = process.exitStatus();
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
+    QVERIFY2(CorvelProcess::run(QStringList{u"--root"_s, m_root.path(), u"--config"_s, m_config} + arguments,
+                                CorvelProcess::environment(m_home.path()), run, finishTimeout),
+             qPrintable(run.err));
     run.changes.clear();
     for (const SimulatedHomebrew::Invocation& invocation : m_brew->invocations().mid(before)) {
         if (changingCommands.contains(invocation.arguments.value(0))) {
