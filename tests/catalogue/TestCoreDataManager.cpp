@@ -59,6 +59,22 @@ QStringList sorted(QStringList list)
     return list;
 }
 
+// The only record of token, or null when there is none or more than one.
+ManagedObject* only(ManagedObjectContext& context, const QString& token)
+{
+    const auto found = context.fetch("Cask", "token == %@", {token});
+    return found && found.value().size() == 1 ? found.value().constFirst() : nullptr;
+}
+
+QList<ManagedObject*> sortedBy(QList<ManagedObject*> objects, const QList<SortDescriptor>& order)
+{
+    std::stable_sort(objects.begin(), objects.end(),
+                     [comparator = SortDescriptor::comparator(order)](const auto* left, const auto* right) {
+                         return comparator(*left, *right);
+                     });
+    return objects;
+}
+
 // A store in a temporary folder with four casks, a-d.
 struct Store {
     QTemporaryDir dir;
@@ -168,21 +184,15 @@ void TestCoreDataManager::batchRequests()
     QCOMPARE(shown.size(), 4);
 
     auto background = store.manager.newBackgroundContext();
-    QVERIFY(background);
     const auto predicate = Predicate::parse("token in %@", {tokens});
-    QVERIFY(predicate);
-    Result<QList<ObjectID>> touched = QList<ObjectID>();
-    if (request == "update") {
-        touched = background.value()->batchUpdate("Cask", predicate.value(), {{"outdated", true}});
-    } else if (request == "delete") {
-        touched = background.value()->batchDelete("Cask", predicate.value());
-    } else {
-        QList<QVariantHash> records;
-        for (const QString& token : tokens) {
-            records.append(cask(token));
-        }
-        touched = insertAll(*background.value(), "Cask", records);
-    }
+    QVERIFY(background && predicate);
+    QList<QVariantHash> records;
+    std::transform(tokens.cbegin(), tokens.cend(), std::back_inserter(records),
+                   [](const auto& token) { return cask(token); });
+    const Result<QList<ObjectID>> touched =
+        request == "update"   ? background.value()->batchUpdate("Cask", predicate.value(), {{"outdated", true}})
+        : request == "delete" ? background.value()->batchDelete("Cask", predicate.value())
+                              : insertAll(*background.value(), "Cask", records);
     QVERIFY2(touched, qPrintable(touched.ok() ? QString() : touched.error().description()));
 
     // New records are looked up in the store; the others were known before the request.
@@ -209,7 +219,6 @@ void TestCoreDataManager::batchRequests()
     QSignalSpy announced(view, &ManagedObjectContext::objectsDidChange);
     QVERIFY(CoreDataManager::mergeChangesFromRemoteContextSave(changes, {view}));
     QCOMPARE(announced.size(), 1);
-
     QStringList shownOutdated;
     for (const auto& object : shown) {
         QVERIFY(object);
@@ -235,9 +244,7 @@ void TestCoreDataManager::backgroundSaveReachesViewContext()
     QTest::failOnWarning(QRegularExpression(".*"));
     Store store;
     ManagedObjectContext* view = store.manager.viewContext();
-    const auto shown = view->fetch("Cask", "token == %@", {"b"});
-    QVERIFY(shown && shown.value().size() == 1);
-    auto* viewCask = qobject_cast<Cask*>(shown.value().constFirst());
+    auto* viewCask = qobject_cast<Cask*>(only(*view, "b"));
     QVERIFY(viewCask);
 
     auto background = store.manager.newBackgroundContext();
@@ -247,13 +254,13 @@ void TestCoreDataManager::backgroundSaveReachesViewContext()
     QString failure;
     ObjectID createdID;
     Threading::runInBackground([&, context = background.value().get()] {
-        const auto found = context->fetch("Cask", "token == %@", {"b"}, {}, 1);
+        ManagedObject* found = only(*context, "b");
         ManagedObject* created = context->insertNewObject("Cask");
-        if (!found || found.value().size() != 1 || !created) {
+        if (!found || !created) {
             failure = "fetch or insert failed";
         } else {
-            found.value().constFirst()->setValue(u"installed", true);
-            found.value().constFirst()->setValue(u"version", "2.0");
+            found->setValue(u"installed", true);
+            found->setValue(u"version", "2.0");
             created->setValue(u"token", "new");
             if (!context->hasChanges() || !context->save() || context->hasChanges() ||
                 created->objectID().isTemporary()) {
@@ -273,9 +280,8 @@ void TestCoreDataManager::backgroundSaveReachesViewContext()
     const auto changes = announced.constFirst().constFirst().value<ChangeSet>();
     QCOMPARE(changes.inserted, QList<ObjectID>{createdID});
     QCOMPARE(changes.updated, QList<ObjectID>{viewCask->objectID()});
-    const auto fetched = view->fetch("Cask", "token == %@", {"new"});
-    QVERIFY(fetched && fetched.value().size() == 1);
-    QCOMPARE(fetched.value().constFirst()->objectID(), createdID);
+    QVERIFY(only(*view, "new"));
+    QCOMPARE(only(*view, "new")->objectID(), createdID);
 }
 
 void TestCoreDataManager::conflictKeepsStoreValue_data()
@@ -292,17 +298,13 @@ void TestCoreDataManager::conflictKeepsStoreValue()
 
     Store store;
     ManagedObjectContext* view = store.manager.viewContext();
-    const auto shown = view->fetch("Cask", "token == %@", {"a"});
-    QVERIFY(shown && shown.value().size() == 1);
-    ManagedObject* mine = shown.value().constFirst();
-    QVERIFY(mine->setValue(u"desc", "mine"));
-    QVERIFY(mine->setValue(u"version", "1.0"));
+    ManagedObject* mine = only(*view, "a");
+    QVERIFY(mine && mine->setValue(u"desc", "mine") && mine->setValue(u"version", "1.0"));
 
     auto background = store.manager.newBackgroundContext();
     QVERIFY(background);
-    const auto theirs = background.value()->fetch("Cask", "token == %@", {"a"});
-    QVERIFY(theirs && theirs.value().size() == 1);
-    QVERIFY(theirs.value().constFirst()->setValue(u"desc", "theirs"));
+    ManagedObject* theirs = only(*background.value(), "a");
+    QVERIFY(theirs && theirs->setValue(u"desc", "theirs"));
     QSignalSpy announced(view, &ManagedObjectContext::objectsDidChange);
     QVERIFY(background.value()->save());
 
@@ -317,10 +319,10 @@ void TestCoreDataManager::conflictKeepsStoreValue()
 
     auto fresh = store.manager.newBackgroundContext();
     QVERIFY(fresh);
-    const auto stored = fresh.value()->fetch("Cask", "token == %@", {"a"});
-    QVERIFY(stored && stored.value().size() == 1);
-    QCOMPARE(stored.value().constFirst()->value(u"desc").toString(), "theirs");
-    QCOMPARE(stored.value().constFirst()->value(u"version").toString(), "1.0");
+    const ManagedObject* stored = only(*fresh.value(), "a");
+    QVERIFY(stored);
+    QCOMPARE(stored->value(u"desc").toString(), "theirs");
+    QCOMPARE(stored->value(u"version").toString(), "1.0");
 }
 
 void TestCoreDataManager::fetchAgreesWithEvaluation_data()
@@ -329,33 +331,22 @@ void TestCoreDataManager::fetchAgreesWithEvaluation_data()
     QTest::addColumn<QString>("format");
     QTest::addColumn<QVariantList>("arguments");
 
-    QTest::newRow("flag") << "Cask"
-                          << "installed == YES" << QVariantList{};
-    QTest::newRow("not flag") << "Cask"
-                              << "NOT outdated == YES" << QVariantList{};
-    QTest::newRow("token in") << "Cask"
-                              << "token in %@" << QVariantList{QStringList{"app", "vst3", "zzz"}};
-    QTest::newRow("folded name") << "Cask"
-                                 << "name CONTAINS[c] %@" << QVariantList{"äp"};
-    QTest::newRow("desc missing") << "Cask"
-                                  << "desc == %@" << QVariantList{QVariant()};
-    QTest::newRow("desc present") << "Cask"
-                                  << "desc != %@" << QVariantList{QVariant()};
-    QTest::newRow("kind label") << "Cask"
-                                << "kind.label == %@" << QVariantList{"App"};
-    QTest::newRow("kind mixed") << "Cask"
-                                << "kind.label == %@" << QVariantList{"Mixed"};
-    QTest::newRow("kind unknown") << "Cask"
-                                  << "kind.label == %@" << QVariantList{"Unknown"};
-    QTest::newRow("kind contains") << "Cask"
-                                   << "kind.label CONTAINS[c] %@" << QVariantList{"plugin"};
-    QTest::newRow("compound") << "Cask"
-                              << "(installed == YES OR desc CONTAINS[c] %@) AND NOT kind.label == %@"
-                              << QVariantList{"TOOL", "Service"};
-    QTest::newRow("formula kind") << "Formula"
-                                  << "kind.label == %@" << QVariantList{"Script"};
-    QTest::newRow("formula leaf") << "Formula"
-                                  << "isLeaf == YES OR name CONTAINS %@" << QVariantList{"lib"};
+    const auto row = [](const char* tag, const char* entity, const char* format, const QVariantList& arguments = {}) {
+        QTest::newRow(tag) << QString::fromLatin1(entity) << QString::fromLatin1(format) << arguments;
+    };
+    row("flag", "Cask", "installed == YES");
+    row("not flag", "Cask", "NOT outdated == YES");
+    row("token in", "Cask", "token in %@", {QStringList{"app", "vst3", "zzz"}});
+    row("folded name", "Cask", "name CONTAINS[c] %@", {"äp"});
+    row("desc missing", "Cask", "desc == %@", {QVariant()});
+    row("desc present", "Cask", "desc != %@", {QVariant()});
+    row("kind label", "Cask", "kind.label == %@", {"App"});
+    row("kind mixed", "Cask", "kind.label == %@", {"Mixed"});
+    row("kind unknown", "Cask", "kind.label == %@", {"Unknown"});
+    row("kind contains", "Cask", "kind.label CONTAINS[c] %@", {"plugin"});
+    row("compound", "Cask", "(installed == YES OR desc CONTAINS[c] %@) AND NOT kind.label == %@", {"TOOL", "Service"});
+    row("formula kind", "Formula", "kind.label == %@", {"Script"});
+    row("formula leaf", "Formula", "isLeaf == YES OR name CONTAINS %@", {"lib"});
 }
 
 // Fetches compile the predicate to SQL; what they find must be what the predicate says of each object.
@@ -393,22 +384,13 @@ void TestCoreDataManager::fetchAgreesWithEvaluation()
     const QList<SortDescriptor> byName{{"name", false}, {"token", true}};
     const auto byNameInStore = context->fetch(entity, predicate.value(), byName);
     QVERIFY(byNameInStore);
-    std::stable_sort(evaluated.begin(), evaluated.end(),
-                     [comparator = SortDescriptor::comparator(byName)](const auto* left, const auto* right) {
-                         return comparator(*left, *right);
-                     });
-    QCOMPARE(tokensOf(byNameInStore.value()), tokensOf(evaluated));
+    QCOMPARE(tokensOf(byNameInStore.value()), tokensOf(sortedBy(evaluated, byName)));
 
     // A derived sort key is ordered in memory, and the limit applies after it.
     const QList<SortDescriptor> byUpgradable{{"upgradable", false}, {"name", true}};
     const auto limited = context->fetch(entity, predicate.value(), byUpgradable, 2);
     QVERIFY(limited);
-    QList<ManagedObject*> ordered = evaluated;
-    std::stable_sort(ordered.begin(), ordered.end(),
-                     [comparator = SortDescriptor::comparator(byUpgradable)](const auto* left, const auto* right) {
-                         return comparator(*left, *right);
-                     });
-    QCOMPARE(tokensOf(limited.value()), tokensOf(ordered.mid(0, 2)));
+    QCOMPARE(tokensOf(limited.value()), tokensOf(sortedBy(sortedBy(evaluated, byName), byUpgradable).mid(0, 2)));
 }
 
 // One object per record and context; local changes and deletions persist through save.
@@ -468,10 +450,8 @@ void TestCoreDataManager::valuesRoundTrip()
     QTemporaryDir dir;
     CoreDataManager manager(dir.filePath("Corvel X.sqlite"));
     QVERIFY(insertAll(*manager.backgroundContext(), "Cask", {record}));
-    const auto fetched = manager.viewContext()->fetch("Cask");
-    QVERIFY(fetched);
-    QCOMPARE(fetched.value().size(), 1);
-    const ManagedObject* object = fetched.value().constFirst();
+    const ManagedObject* object = only(*manager.viewContext(), record.value("token").toString());
+    QVERIFY(object);
     for (auto it = record.cbegin(); it != record.cend(); ++it) {
         QCOMPARE(object->value(it.key()), it.value());
     }
@@ -482,14 +462,11 @@ void TestCoreDataManager::badRequests()
     Store store;
     ManagedObjectContext* view = store.manager.viewContext();
     const auto unknownEntity = view->fetch("Bottle", Predicate());
-    QVERIFY(!unknownEntity);
+    QVERIFY(!unknownEntity && !view->insertNewObject("Bottle"));
     QCOMPARE(unknownEntity.error().code(), ManagedObjectContext::UnknownEntity);
-    QVERIFY(!view->insertNewObject("Bottle"));
-
     const auto badFormat = view->fetch("Cask", "token ==", {});
     QVERIFY(!badFormat);
     QCOMPARE(badFormat.error().domain(), "PredicateError");
-
     const auto unknownAttribute = view->batchUpdate("Cask", Predicate(), {{"colour", "red"}});
     QVERIFY(!unknownAttribute);
     QCOMPARE(unknownAttribute.error().code(), ManagedObjectContext::UnknownAttribute);
@@ -534,8 +511,7 @@ void TestCoreDataManager::schemaRebuilt()
     ManagedObjectContext* context = manager.viewContext();
     for (const QString entity : {"Formula", "Cask", "Tap"}) {
         const auto records = context->fetch(entity, Predicate());
-        QVERIFY(records);
-        QVERIFY(records.value().isEmpty());
+        QVERIFY(records && records.value().isEmpty());
     }
     QVERIFY(insertAll(*context, "Tap", {{{"token", "user/repo"}}}));
     const auto taps = context->fetch("Tap", Predicate());

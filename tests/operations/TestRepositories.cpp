@@ -154,8 +154,8 @@ struct World : HomebrewFixture {
 };
 
 // Analytics requests are never awaited by their sender: a marker event sent last shows that the earlier ones (if
-// any) had their chance to arrive.
-QList<QJsonObject> eventsBefore(World& world, Server& server)
+// any) had their chance to arrive. Each as "name url props".
+QStringList eventsBefore(World& world, Server& server)
 {
     world.analytics->trackEvent(u"Marker"_s, u"/marker"_s);
     (void)QTest::qWaitFor(
@@ -164,16 +164,20 @@ QList<QJsonObject> eventsBefore(World& world, Server& server)
                                        [](const QJsonObject& e) { return e["name"].toString() == u"Marker"; });
         },
         finishTimeout);
-    QList<QJsonObject> events;
-    std::ranges::copy_if(server.events, std::back_inserter(events),
-                         [](const QJsonObject& e) { return e["name"].toString() != u"Marker"; });
+    QStringList events;
+    for (const QJsonObject& event : std::as_const(server.events)) {
+        if (event["name"].toString() != u"Marker") {
+            events.append(event["name"].toString() + u' ' + event["url"].toString() + u' ' +
+                          QString::fromUtf8(QJsonDocument(event["props"].toObject()).toJson(QJsonDocument::Compact)));
+        }
+    }
     return events;
 }
 
-QString describeEvent(const QJsonObject& event)
+// The usage event a successful operation sends.
+QStringList eventOf(const QString& action, const QString& name)
 {
-    return event["name"].toString() + u' ' + event["url"].toString() + u' ' +
-           QString::fromUtf8(QJsonDocument(event["props"].toObject()).toJson(QJsonDocument::Compact));
+    return {u"%1 https://corvel.example.test/settings/repositories {\"Repository\":\"%2\"}"_s.arg(action, name)};
 }
 
 } // namespace
@@ -193,8 +197,6 @@ private Q_SLOTS:
     void get();
     void githubRepository_data();
     void githubRepository();
-    void description_data();
-    void description();
     void defaultTaps_data();
     void defaultTaps();
 
@@ -318,13 +320,9 @@ void TestRepositories::install()
         QCOMPARE(world.transcript.messages().first().activity()->action(), u"Install"_s);
     }
 
-    QStringList expectedLog;
-    if (valid) {
-        expectedLog.append(u"Installing "_s + name);
-    }
-    expectedLog.append(expectedError.isEmpty() ? name + u" repository installed"_s
-                                               : u"Unable to install %1: %2"_s.arg(name, expectedError));
-    QCOMPARE(log.texts(), expectedLog);
+    const QString last = expectedError.isEmpty() ? name + u" repository installed"_s
+                                                 : u"Unable to install %1: %2"_s.arg(name, expectedError);
+    QCOMPARE(log.texts(), (valid ? QStringList{u"Installing "_s + name, last} : QStringList{last}));
     QCOMPARE(log.lines().last().type, expectedError.isEmpty() ? QtInfoMsg : QtWarningMsg);
 
     QCOMPARE(world.alerter.shown().size(), expectedAlert.isEmpty() ? 0 : 1);
@@ -333,27 +331,18 @@ void TestRepositories::install()
         QCOMPARE(world.alerter.shown().first().informativeText, expectedError);
     }
 
-    const QList<QJsonObject> events = eventsBefore(world, m_server);
+    QCOMPARE(eventsBefore(world, m_server), expectedError.isEmpty() ? eventOf(u"Install"_s, name) : QStringList());
     if (expectedError.isEmpty()) {
-        QCOMPARE(events.size(), 1);
-        QCOMPARE(describeEvent(events.first()),
-                 u"Install https://corvel.example.test/settings/repositories {\"Repository\":\"%1\"}"_s.arg(name));
-
         // One record, with what brew says of the repository now.
         QTRY_COMPARE_WITH_TIMEOUT(world.tokens(u"Tap"_s), QStringList{toolsTap}, finishTimeout);
         Tap* tap = world.tap(toolsTap);
         QVERIFY(tap);
         QTRY_VERIFY_WITH_TIMEOUT(tap->installed(), finishTimeout);
-        QCOMPARE(tap->user(), u"localtest"_s);
-        QCOMPARE(tap->repo(), u"tools"_s);
-        QVERIFY(!tap->official());
-        QVERIFY(tap->hasFormulas());
-        QVERIFY(tap->hasCasks());
-        QVERIFY(!tap->hasCommands());
+        QCOMPARE((QVariantList{tap->user(), tap->repo(), tap->official(), tap->hasFormulas(), tap->hasCasks(),
+                               tap->hasCommands(), tap->uninstallable()}),
+                 (QVariantList{u"localtest"_s, u"tools"_s, false, true, true, false, true}));
         QVERIFY(tap->remote() != u"https://example.test/stale");
-        QVERIFY(tap->uninstallable());
     } else {
-        QVERIFY(events.isEmpty());
         QCOMPARE(world.tokens(u"Tap"_s), storedBefore ? QStringList{toolsTap} : QStringList());
     }
 }
@@ -452,14 +441,7 @@ void TestRepositories::uninstall()
     if (expectedError == processError) {
         QCOMPARE(world.alerter.shown().last().message, u"Unable to uninstall '%1'"_s.arg(name));
     }
-    const QList<QJsonObject> events = eventsBefore(world, m_server);
-    if (expectedError.isEmpty()) {
-        QCOMPARE(events.size(), 1);
-        QCOMPARE(describeEvent(events.first()),
-                 u"Uninstall https://corvel.example.test/settings/repositories {\"Repository\":\"%1\"}"_s.arg(name));
-    } else {
-        QVERIFY(events.isEmpty());
-    }
+    QCOMPARE(eventsBefore(world, m_server), expectedError.isEmpty() ? eventOf(u"Uninstall"_s, name) : QStringList());
     QCOMPARE(world.tokens(u"Tap"_s), expectedTaps);
     QCOMPARE(world.tokens(u"Formula"_s), expectedFormulae);
     QCOMPARE(world.tokens(u"Cask"_s), expectedCasks);
@@ -518,35 +500,39 @@ void TestRepositories::githubRepository_data()
     QTest::addColumn<QString>("apiPath");
     QTest::addColumn<QString>("owner");
     QTest::addColumn<QString>("repository");
-    QTest::addColumn<QString>("expected"); // the description, "none", or "error: <domain>"
-    QTest::addColumn<QStringList>("expectedPaths");
+    QTest::addColumn<QString>("tapName");      // naming the same repository for the description
+    QTest::addColumn<QString>("expected");     // the description, "none", or "error: <domain>"
+    QTest::addColumn<QString>("expectedPath"); // empty when no request may be made
 
-    const auto path = [](const QString& prefix, const QString& rest) {
-        return QStringList{prefix + u"/repos/"_s + rest};
+    const auto row = [](const char* name, const char* apiPath, const char* owner, const char* repository,
+                        const char* tapName, const char* expected, const char* path) {
+        QTest::newRow(name) << QString(apiPath) << QString(owner) << QString(repository) << QString(tapName)
+                            << QString(expected) << QString(path);
     };
-    QTest::newRow("description") << u"/github"_s << u"localtest"_s << u"homebrew-tools"_s << u"Tools for tests"_s
-                                 << path(u"/github"_s, u"localtest/homebrew-tools"_s);
-    QTest::newRow("base with a path and a slash")
-        << u"/enterprise/api/v3/"_s << u"localtest"_s << u"homebrew-tools"_s << u"Tools for tests"_s
-        << path(u"/enterprise/api/v3"_s, u"localtest/homebrew-tools"_s);
-    QTest::newRow("no description") << u"/github"_s << u"acme"_s << u"homebrew-things"_s << u"none"_s
-                                    << path(u"/github"_s, u"acme/homebrew-things"_s);
-    QTest::newRow("unknown repository") << u"/github"_s << u"nobody"_s << u"homebrew-nothing"_s
-                                        << u"error: TFNetworkError"_s
-                                        << path(u"/github"_s, u"nobody/homebrew-nothing"_s);
-    QTest::newRow("undecodable answer") << u"/github"_s << u"broken"_s << u"homebrew-x"_s << u"error: DecodingError"_s
-                                        << path(u"/github"_s, u"broken/homebrew-x"_s);
-    QTest::newRow("owner with a slash") << u"/github"_s << u"a/b"_s << u"homebrew-x"_s << u"error: Repositories"_s
-                                        << QStringList();
+    row("description", "/github", "localtest", "homebrew-tools", "localtest/tools", "Tools for tests",
+        "/github/repos/localtest/homebrew-tools");
+    row("base with a path and a slash; owner/homebrew-name", "/enterprise/api/v3/", "localtest", "homebrew-tools",
+        "localtest/homebrew-tools", "Tools for tests", "/enterprise/api/v3/repos/localtest/homebrew-tools");
+    row("no description", "/github", "acme", "homebrew-things", "acme/things", "none",
+        "/github/repos/acme/homebrew-things");
+    row("unknown repository", "/github", "nobody", "homebrew-nothing", "nobody/nothing", "error: TFNetworkError",
+        "/github/repos/nobody/homebrew-nothing");
+    row("undecodable answer", "/github", "broken", "homebrew-x", "broken/x", "error: DecodingError",
+        "/github/repos/broken/homebrew-x");
+    row("not a repository name", "/github", "a/b", "homebrew-x", "nothing", "error: Repositories", "");
 }
 
+// The repository record, then the description as the repositories table fetches it: a failure there is only "none"
+// and troubles nobody (no alert, nothing above the debug level).
 void TestRepositories::githubRepository()
 {
     QFETCH(QString, apiPath);
     QFETCH(QString, owner);
     QFETCH(QString, repository);
+    QFETCH(QString, tapName);
     QFETCH(QString, expected);
-    QFETCH(QStringList, expectedPaths);
+    QFETCH(QString, expectedPath);
+    const QStringList onePath = expectedPath.isEmpty() ? QStringList() : QStringList{expectedPath};
 
     World world(m_server, apiPath);
     const auto record = inBackground([&] { return world.repositories->fetchGithubRepository(owner, repository); });
@@ -554,42 +540,17 @@ void TestRepositories::githubRepository()
     const QString described =
         *record ? record->value().description.value_or(u"none"_s) : u"error: "_s + record->error().domain();
     QCOMPARE(described, expected);
-    QCOMPARE(m_server.githubPaths, expectedPaths);
-}
+    QCOMPARE(m_server.githubPaths, onePath);
 
-void TestRepositories::description_data()
-{
-    QTest::addColumn<QString>("tapName");
-    QTest::addColumn<QString>("expected");
-    QTest::addColumn<QStringList>("expectedPaths");
-
-    QTest::newRow("owner/name") << toolsTap << u"Tools for tests"_s
-                                << QStringList{u"/github/repos/localtest/homebrew-tools"_s};
-    QTest::newRow("owner/homebrew-name") << u"localtest/homebrew-tools"_s << u"Tools for tests"_s
-                                         << QStringList{u"/github/repos/localtest/homebrew-tools"_s};
-    QTest::newRow("GitHub has none") << u"acme/things"_s << u"none"_s
-                                     << QStringList{u"/github/repos/acme/homebrew-things"_s};
-    QTest::newRow("request fails") << u"nobody/nothing"_s << u"none"_s
-                                   << QStringList{u"/github/repos/nobody/homebrew-nothing"_s};
-    QTest::newRow("not a repository name") << u"nothing"_s << u"none"_s << QStringList();
-}
-
-void TestRepositories::description()
-{
-    QFETCH(QString, tapName);
-    QFETCH(QString, expected);
-    QFETCH(QStringList, expectedPaths);
-
-    World world(m_server);
+    m_server.githubPaths.clear();
     LogCapture log;
     std::optional<std::optional<QString>> description;
     QObject context;
     world.repositories->fetchDescription(tapName, &context,
                                          [&](std::optional<QString> text) { description.emplace(std::move(text)); });
     QTRY_VERIFY_WITH_TIMEOUT(description.has_value(), finishTimeout);
-    QCOMPARE(description->value_or(u"none"_s), expected);
-    QCOMPARE(m_server.githubPaths, expectedPaths);
-    // A failure troubles nobody: no alert, nothing above the debug level.
+    QCOMPARE(description->value_or(u"none"_s), expected.startsWith(u"error") ? u"none"_s : expected);
+    QCOMPARE(m_server.githubPaths, onePath);
     QVERIFY(world.alerter.shown().isEmpty());
     QVERIFY(std::ranges::all_of(log.lines(), [](const LogCapture::Line& line) { return line.type == QtDebugMsg; }));
 }
