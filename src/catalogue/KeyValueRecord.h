@@ -23,3 +23,31 @@ public:
         return std::nullopt;
     }
 };
+
+// How predicates and sort descriptors classify the values records answer with, so that both agree with SQLite.
+namespace KeyValue {
+
+// No value at all, or SQL's NULL.
+inline bool isMissing(const QVariant& value)
+{
+    return !value.isValid() || value.isNull();
+}
+
+// A value SQLite would store as a number (booleans are 0 and 1 there).
+inline bool isNumber(const QVariant& value)
+{
+    switch (value.typeId()) {
+    case QMetaType::Bool:
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+    case QMetaType::Double:
+    case QMetaType::Float:
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace KeyValue

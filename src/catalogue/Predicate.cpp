@@ -16,26 +16,8 @@ Error predicateError(Predicate::ErrorCode code, const QString& description)
     return Error(errorDomain, code, description);
 }
 
-bool isMissing(const QVariant& value)
-{
-    return !value.isValid() || value.isNull();
-}
-
-bool isNumber(const QVariant& value)
-{
-    switch (value.typeId()) {
-    case QMetaType::Bool:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Double:
-    case QMetaType::Float:
-        return true;
-    default:
-        return false;
-    }
-}
+using KeyValue::isMissing;
+using KeyValue::isNumber;
 
 bool isText(const QVariant& value)
 {

@@ -11,21 +11,10 @@ namespace {
 // The ranks of SQLite's own order, so that the in-memory and the SQL order agree: missing, numbers, text.
 int rankOf(const QVariant& value)
 {
-    if (!value.isValid() || value.isNull()) {
+    if (KeyValue::isMissing(value)) {
         return 0;
     }
-    switch (value.typeId()) {
-    case QMetaType::Bool:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Double:
-    case QMetaType::Float:
-        return 1;
-    default:
-        return 2;
-    }
+    return KeyValue::isNumber(value) ? 1 : 2;
 }
 
 QCollator textCollator()

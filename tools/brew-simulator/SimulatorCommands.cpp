@@ -1064,27 +1064,11 @@ int SimulatorCommands::tap()
         formulae = records.value(QStringLiteral("formulae")).toArray().size();
         casks = records.value(QStringLiteral("casks")).toArray().size();
     }
-    QStringList contents;
-    if (name == companionTap) {
-        contents.append(QStringLiteral("1 command"));
-    }
-    if (casks > 0) {
-        contents.append(SimulatorRecords::counted(casks, QStringLiteral("cask"), QStringLiteral("casks")));
-    }
-    if (formulae > 0) {
-        contents.append(SimulatorRecords::counted(formulae, QStringLiteral("formula"), QStringLiteral("formulae")));
-    }
-    const SimulatorRecords::Footprint size = SimulatorRecords::footprint(name + QString::number(formulae + casks));
-    const QString files =
-        QStringLiteral("(%1 files, %2)")
-            .arg(QString::number(size.files + formulae + casks), SimulatorRecords::readableSize(size.bytes));
-
     m_output->err(QStringLiteral("==> Tapping ") + name);
     m_output->err(QStringLiteral("Cloning into '%1'...").arg(m_records.tapPath(name)));
     m_output->err(QStringLiteral("done."));
-    m_output->err(contents.isEmpty()
-                      ? QStringLiteral("Tapped %1.").arg(files)
-                      : QStringLiteral("Tapped %1 %2.").arg(SimulatorRecords::sentence(contents), files));
+    m_output->err(QStringLiteral("Tapped %1.")
+                      .arg(SimulatorRecords::tapSummary(name, name == companionTap ? 1 : 0, casks, formulae)));
     change([name](SimulatorState& state) {
         if (!state.taps.contains(name)) {
             state.taps.append(name);
@@ -1125,27 +1109,11 @@ int SimulatorCommands::untap()
     }
 
     const QJsonObject record = m_records.tapInfoRecord(name);
-    QStringList contents;
     const qsizetype commands = record.value(QStringLiteral("command_files")).toArray().size();
     const qsizetype casks = record.value(QStringLiteral("cask_tokens")).toArray().size();
     const qsizetype formulae = record.value(QStringLiteral("formula_names")).toArray().size();
-    if (commands > 0) {
-        contents.append(SimulatorRecords::counted(commands, QStringLiteral("command"), QStringLiteral("commands")));
-    }
-    if (casks > 0) {
-        contents.append(SimulatorRecords::counted(casks, QStringLiteral("cask"), QStringLiteral("casks")));
-    }
-    if (formulae > 0) {
-        contents.append(SimulatorRecords::counted(formulae, QStringLiteral("formula"), QStringLiteral("formulae")));
-    }
-    const SimulatorRecords::Footprint size = SimulatorRecords::footprint(name + QString::number(formulae + casks));
-    const QString files =
-        QStringLiteral("(%1 files, %2)")
-            .arg(QString::number(size.files + formulae + casks), SimulatorRecords::readableSize(size.bytes));
     m_output->err(QStringLiteral("Untapping %1...").arg(name));
-    m_output->err(contents.isEmpty()
-                      ? QStringLiteral("Untapped %1.").arg(files)
-                      : QStringLiteral("Untapped %1 %2.").arg(SimulatorRecords::sentence(contents), files));
+    m_output->err(QStringLiteral("Untapped %1.").arg(SimulatorRecords::tapSummary(name, commands, casks, formulae)));
     change([name](SimulatorState& state) { state.taps.removeAll(name); });
     return 0;
 }

@@ -402,3 +402,21 @@ bool SimulatorRecords::validTapName(const QString& name)
            std::none_of(parts.begin(), parts.end(),
                         [](const QString& part) { return part.contains(QLatin1Char(' ')); });
 }
+
+QString SimulatorRecords::tapSummary(const QString& name, qsizetype commands, qsizetype casks, qsizetype formulae)
+{
+    QStringList contents;
+    if (commands > 0) {
+        contents.append(counted(commands, QStringLiteral("command"), QStringLiteral("commands")));
+    }
+    if (casks > 0) {
+        contents.append(counted(casks, QStringLiteral("cask"), QStringLiteral("casks")));
+    }
+    if (formulae > 0) {
+        contents.append(counted(formulae, QStringLiteral("formula"), QStringLiteral("formulae")));
+    }
+    const Footprint size = footprint(name + QString::number(formulae + casks));
+    const QString files =
+        QStringLiteral("(%1 files, %2)").arg(QString::number(size.files + formulae + casks), readableSize(size.bytes));
+    return contents.isEmpty() ? files : sentence(contents) + QLatin1Char(' ') + files;
+}

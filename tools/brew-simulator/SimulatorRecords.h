@@ -57,6 +57,8 @@ public:
     static QString readableSize(qint64 bytes);
     static QString sentence(const QStringList& items);
     static QString counted(qsizetype count, const QString& singular, const QString& plural);
+    // What a tap holds, as tap and untap report it: "1 command and 3 casks (12 files, 40KB)".
+    static QString tapSummary(const QString& name, qsizetype commands, qsizetype casks, qsizetype formulae);
     static bool validTapName(const QString& name);
 
 private:
