@@ -1,22 +1,33 @@
 #include "app/ApplicationDelegate.h"
 
+#include "activities/ActivityCenter.h"
+#include "activities/Transcript.h"
+#include "catalogue/CoreDataManager.h"
+#include "catalogue/HomebrewSources.h"
 #include "catalogue/SyncLaunchRule.h"
 #include "catalogue/Synchronisation.h"
+#include "diagnostics/Analytics.h"
 #include "foundation/Bundle.h"
 #include "foundation/DefaultSettings.h"
 #include "foundation/Defaults.h"
+#include "foundation/HttpClient.h"
 #include "foundation/Logging.h"
 #include "foundation/PreferenceKeys.h"
+#include "homebrew/HomebrewCommands.h"
+#include "operations/AppOperations.h"
+#include "operations/ScriptOperations.h"
 #include "ui/Appearance.h"
 #include "ui/CrashReportDialog.h"
 #include "ui/MainWindow.h"
 
 #include <QApplication>
+#include <QUrl>
 
-ApplicationDelegate::ApplicationDelegate(Bundle& bundle, Defaults& defaults, QObject* parent)
+ApplicationDelegate::ApplicationDelegate(Bundle& bundle, Defaults& defaults, CoreDataManager& store, QObject* parent)
     : QObject(parent)
     , m_bundle(bundle)
     , m_defaults(defaults)
+    , m_store(store)
     , m_state(defaults)
     , m_quitConfirmation(m_state, m_alerter)
     , m_askpass(m_passwordDialog)
@@ -25,7 +36,11 @@ ApplicationDelegate::ApplicationDelegate(Bundle& bundle, Defaults& defaults, QOb
     connect(qApp, &QCoreApplication::aboutToQuit, this, &ApplicationDelegate::applicationWillTerminate);
 }
 
-ApplicationDelegate::~ApplicationDelegate() = default;
+ApplicationDelegate::~ApplicationDelegate()
+{
+    // The window's tables and panes observe the operations and the synchronisation: it goes first.
+    m_mainWindow.reset();
+}
 
 void ApplicationDelegate::applicationDidFinishLaunching()
 {
@@ -40,13 +55,41 @@ void ApplicationDelegate::applicationDidFinishLaunching()
     qCInfo(lcCorvel) << "Restoring custom appearance";
     Appearance::apply(Appearance::fromValue(m_defaults.integerValue(PreferenceKeys::Appearance)));
 
-    // Without the relay only commands that need the administrator password fail, so the application goes on.
-    if (const Result<void> registered = m_askpass.registerPort(); !registered) {
-        qCWarning(lcCorvel).noquote() << "Unable to register askpass message port:" << registered.error().description();
+    // A preview of the interface has no use for the relay, and must not take the one socket from the real thing.
+    if (qEnvironmentVariable("XCODE_RUNNING_FOR_PREVIEWS") != QLatin1String("1")) {
+        // Without the relay only commands that need the administrator password fail, so the application goes on.
+        if (const Result<void> registered = m_askpass.registerPort(); !registered) {
+            qCWarning(lcCorvel).noquote()
+                << "Unable to register askpass message port:" << registered.error().description();
+        }
     }
 
-    m_mainWindow = std::make_unique<MainWindow>();
+    openMainWindow();
+
+    if (const std::optional<Synchronisation::Form> form =
+            SyncLaunchRule::formAtLaunch(m_defaults, QDateTime::currentDateTime())) {
+        m_synchronisation->start(*form);
+    }
+
+    m_crashReporter.checkPendingReport();
+}
+
+void ApplicationDelegate::openMainWindow()
+{
+    m_sources = std::make_unique<Homebrew::Sources>(
+        Homebrew::Commands::shared(),
+        QUrl(m_bundle.infoString(QStringLiteral("TW_HOMEBREW_API_URL")).value_or(QString())), HttpClient::shared());
+    m_synchronisation = std::make_unique<Synchronisation>(m_store, *m_sources, m_defaults, ActivityCenter::shared());
+    const PackageOperations::Services services{m_store,   Homebrew::Commands::shared(), m_state, m_defaults,
+                                               m_alerter, Analytics::shared()};
+    m_appOperations = std::make_unique<AppOperations>(services, *m_sources, m_folderChooser);
+    m_scriptOperations = std::make_unique<ScriptOperations>(services);
+
+    m_mainWindow = std::make_unique<MainWindow>(
+        MainWindow::Services{m_store, m_defaults, m_state, *m_appOperations, *m_scriptOperations, *m_synchronisation,
+                             Transcript::shared(), ActivityCenter::shared(), m_alerter});
     m_alerter.setParentWidget(m_mainWindow.get());
+    m_folderChooser.setParentWidget(m_mainWindow.get());
     m_passwordDialog.setParentWidget(m_mainWindow.get());
     m_mainWindow->setCloseRequest([this](std::function<void(bool)> reply) { requestTermination(std::move(reply)); });
     m_mainWindow->setDebugActions({
@@ -62,14 +105,6 @@ void ApplicationDelegate::applicationDidFinishLaunching()
         [] { qFatal("This is a deliberate crash."); },
     });
     m_mainWindow->show();
-
-    // The shared synchronisation reads and writes the standard preferences, which are these in the application.
-    if (const std::optional<Synchronisation::Form> form =
-            SyncLaunchRule::formAtLaunch(m_defaults, QDateTime::currentDateTime())) {
-        Synchronisation::shared().start(*form);
-    }
-
-    m_crashReporter.checkPendingReport();
 }
 
 void ApplicationDelegate::requestTermination(std::function<void(bool terminate)> reply)

@@ -1,5 +1,6 @@
 // Starts the application in its fixed order (preferences, state, appearance, password relay, main window, crash
-// reporting) and ends it, asking first while a background operation runs.
+// reporting), owns what the window drives (operations, synchronisation), and ends the application, asking first
+// while a background operation runs.
 #pragma once
 
 #include "activities/ApplicationState.h"
@@ -7,27 +8,38 @@
 #include "diagnostics/CrashCaptureEngine.h"
 #include "diagnostics/CrashReporter.h"
 #include "homebrew/Askpass.h"
+#include "ui/FolderDialogChooser.h"
 #include "ui/MessageBoxAlerter.h"
 #include "ui/PasswordDialog.h"
 
 #include <QObject>
 #include <memory>
 
+class AppOperations;
 class Bundle;
+class CoreDataManager;
 class Defaults;
 class MainWindow;
+class ScriptOperations;
+class Synchronisation;
+
+namespace Homebrew {
+class Sources;
+}
 
 class ApplicationDelegate : public QObject {
     Q_OBJECT
 
 public:
-    // bundle and defaults must outlive this object.
-    ApplicationDelegate(Bundle& bundle, Defaults& defaults, QObject* parent = nullptr);
+    // bundle, defaults and store must outlive this object.
+    ApplicationDelegate(Bundle& bundle, Defaults& defaults, CoreDataManager& store, QObject* parent = nullptr);
     ~ApplicationDelegate() override;
 
     ApplicationState& state() { return m_state; }
     MainWindow* mainWindow() const { return m_mainWindow.get(); }
     CrashReporter& crashReporter() { return m_crashReporter; }
+    Synchronisation* synchronisation() const { return m_synchronisation.get(); }
+    AppOperations* appOperations() const { return m_appOperations.get(); }
 
     void applicationDidFinishLaunching();
 
@@ -35,16 +47,23 @@ public:
     void requestTermination(std::function<void(bool terminate)> reply);
 
 private:
+    void openMainWindow();
     void applicationWillTerminate();
 
     Bundle& m_bundle;
     Defaults& m_defaults;
+    CoreDataManager& m_store;
     ApplicationState m_state;
     MessageBoxAlerter m_alerter;
+    FolderDialogChooser m_folderChooser;
     QuitConfirmation m_quitConfirmation;
     PasswordDialog m_passwordDialog;
     Askpass m_askpass;
     CrashCaptureEngine m_crashCaptureEngine;
     CrashReporter m_crashReporter;
+    std::unique_ptr<Homebrew::Sources> m_sources;
+    std::unique_ptr<Synchronisation> m_synchronisation;
+    std::unique_ptr<AppOperations> m_appOperations;
+    std::unique_ptr<ScriptOperations> m_scriptOperations;
     std::unique_ptr<MainWindow> m_mainWindow;
 };

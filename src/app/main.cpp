@@ -1,13 +1,20 @@
 #include "app/ApplicationDelegate.h"
 #include "app/CommandLineTool.h"
+#include "app/DemoEnvironment.h"
+#include "app/StartupProbe.h"
 #include "app/TerminationSignals.h"
+#include "catalogue/CoreDataManager.h"
 #include "diagnostics/CrashCaptureEngine.h"
 #include "foundation/Bundle.h"
 #include "foundation/Defaults.h"
+#include "ui/MainWindow.h"
+#include "ui/PackageTableViewController.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QElapsedTimer>
 #include <QLoggingCategory>
+#include <QTableView>
 #include <QTextStream>
 
 namespace {
@@ -43,12 +50,25 @@ int runCommandLine(int argc, char* argv[])
 
 int main(int argc, char* argv[])
 {
+    QElapsedTimer startupClock;
+    startupClock.start();
     QStringList arguments;
     for (int i = 0; i < argc; ++i) {
         arguments.append(QString::fromLocal8Bit(argv[i]));
     }
     if (CommandLineTool::handles(arguments)) {
         return runCommandLine(argc, argv);
+    }
+
+    // The demo's folders must be in place before anything reads a setting or a standard path.
+    std::unique_ptr<DemoEnvironment> demo;
+    if (DemoEnvironment::requested(arguments)) {
+        Result<std::unique_ptr<DemoEnvironment>> created = DemoEnvironment::create();
+        if (!created) {
+            QTextStream(stderr) << "corvel-x: " << created.error().description() << '\n';
+            return 1;
+        }
+        demo = std::move(created.value());
     }
 
     QApplication app(argc, argv);
@@ -72,6 +92,15 @@ int main(int argc, char* argv[])
         QStringLiteral("Looks for Homebrew under DIR (DIR/opt/homebrew, DIR/usr/local/homebrew) instead of /."),
         QStringLiteral("DIR"));
     parser.addOption(rootOption);
+    const QCommandLineOption demoOption(
+        QStringLiteral("demo"),
+        QStringLiteral("Runs on a throw-away simulated Homebrew with a sample catalogue; nothing on this machine is "
+                       "touched."));
+    parser.addOption(demoOption);
+    const QCommandLineOption measureOption(
+        QStringLiteral("measure-startup"),
+        QStringLiteral("Prints the time to the first painted table and the peak memory, then quits."));
+    parser.addOption(measureOption);
     parser.process(app);
 
     const auto valueOf = [&parser](const QCommandLineOption& option) {
@@ -82,15 +111,26 @@ int main(int argc, char* argv[])
         QTextStream(stderr) << "corvel-x: " << applied.error().description() << '\n';
         return 2;
     }
+    if (demo) {
+        if (const Result<void> installed = demo->install(bundle); !installed) {
+            QTextStream(stderr) << "corvel-x: unable to prepare the demo: " << installed.error().description() << '\n';
+            return 1;
+        }
+    }
     // A build without a usable configuration must stop here, before anything else runs.
     bundle.serviceURL();
 
     Defaults& defaults = Defaults::standard();
-    ApplicationDelegate delegate(bundle, defaults);
+    ApplicationDelegate delegate(bundle, defaults, CoreDataManager::shared());
     TerminationSignals terminationSignals;
     QObject::connect(&terminationSignals, &TerminationSignals::terminationRequested, &delegate,
                      [&delegate] { delegate.requestTermination({}); });
 
     delegate.applicationDidFinishLaunching();
+    QTextStream out(stdout);
+    StartupProbe probe(startupClock, out);
+    if (parser.isSet(measureOption) && delegate.mainWindow()) {
+        probe.watch(delegate.mainWindow()->currentTable()->tableView()->viewport());
+    }
     return QApplication::exec();
 }

@@ -151,6 +151,9 @@ void ArrayController::objectValueChanged(const QString& key)
         m_searchTextStale = true;
     }
     m_viewStale = true;
+    if (auto* object = qobject_cast<ManagedObject*>(sender())) {
+        Q_EMIT arrangedObjectValueChanged(object, key);
+    }
     // Actions often touch many objects in a row (all marked busy); one arrangement afterwards covers them all.
     if (!m_rearrangePending) {
         m_rearrangePending = true;

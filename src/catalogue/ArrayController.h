@@ -47,6 +47,9 @@ Q_SIGNALS:
     // Around every change of arrangedObjects(), and only when it really changes; a model resets between the two.
     void arrangedObjectsAboutToChange();
     void arrangedObjectsChanged();
+    // An object of the content announced a change of key, whether or not it is arranged right now; views repaint
+    // its row without waiting for a rearrangement, which may not even move it.
+    void arrangedObjectValueChanged(ManagedObject* object, const QString& key);
 
 private:
     void contextObjectsDidChange(const ChangeSet& changes);

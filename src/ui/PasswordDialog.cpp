@@ -34,7 +34,7 @@ void PasswordDialog::askPassword(std::function<void(std::optional<QString> passw
     field->setObjectName(QStringLiteral("passwordField"));
     field->setEchoMode(QLineEdit::Password);
     field->setPlaceholderText(tr("Password"));
-    field->setMinimumWidth(228);
+    field->setFixedSize(228, 22);
 
     auto* buttons = new QDialogButtonBox(dialog);
     QPushButton* continueButton = buttons->addButton(tr("Continue"), QDialogButtonBox::AcceptRole);

@@ -4,11 +4,11 @@
 #pragma once
 
 #include "search/SGKSuggestionList.h"
+#include "ui/SGKSuggestionPopup.h"
 
 #include <QLineEdit>
 #include <QPointer>
 
-class SGKSuggestionPopup;
 class SGKSuggestionTokenBar;
 
 class SGKSuggestionSearchField : public QLineEdit {

@@ -1,5 +1,6 @@
 #include "LogCapture.h"
 #include "app/ApplicationDelegate.h"
+#include "catalogue/CoreDataManager.h"
 #include "foundation/Bundle.h"
 #include "foundation/Defaults.h"
 #include "foundation/PreferenceKeys.h"
@@ -30,6 +31,7 @@ private:
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<Bundle> m_bundle;
     std::unique_ptr<Defaults> m_defaults;
+    std::unique_ptr<CoreDataManager> m_store;
 };
 
 void TestApplicationDelegate::init()
@@ -48,10 +50,12 @@ void TestApplicationDelegate::init()
           {{PreferenceKeys::TranscriptPaneVisible, true}, {PreferenceKeys::TranscriptPaneThickness, 180.5}});
     m_bundle = std::make_unique<Bundle>(resources.path());
     m_defaults = std::make_unique<Defaults>(m_dir->filePath(QStringLiteral("settings.conf")));
+    m_store = std::make_unique<CoreDataManager>(m_dir->filePath(QStringLiteral("Corvel X.sqlite")));
 }
 
 void TestApplicationDelegate::cleanup()
 {
+    m_store.reset();
     m_defaults.reset();
     m_bundle.reset();
     m_dir.reset();
@@ -71,7 +75,7 @@ QMessageBox* TestApplicationDelegate::openMessageBox()
 void TestApplicationDelegate::startsInOrderWithDefaultsAndState()
 {
     LogCapture log;
-    ApplicationDelegate delegate(*m_bundle, *m_defaults);
+    ApplicationDelegate delegate(*m_bundle, *m_defaults, *m_store);
     delegate.applicationDidFinishLaunching();
 
     QCOMPARE(log.texts(),
@@ -86,7 +90,8 @@ void TestApplicationDelegate::startsInOrderWithDefaultsAndState()
     MainWindow* window = delegate.mainWindow();
     QVERIFY(window);
     QVERIFY(QTest::qWaitForWindowExposed(window));
-    QCOMPARE(window->windowTitle(), QStringLiteral("Corvel X"));
+    // An empty catalogue: nothing installed.
+    QCOMPARE(window->windowTitle(), QStringLiteral("0 installed"));
 }
 
 void TestApplicationDelegate::quitDecision_data()
@@ -106,7 +111,7 @@ void TestApplicationDelegate::quitDecision()
     QFETCH(QString, answer);
     QFETCH(bool, closes);
 
-    ApplicationDelegate delegate(*m_bundle, *m_defaults);
+    ApplicationDelegate delegate(*m_bundle, *m_defaults, *m_store);
     delegate.applicationDidFinishLaunching();
     MainWindow* window = delegate.mainWindow();
     QVERIFY(QTest::qWaitForWindowExposed(window));

@@ -6,7 +6,6 @@
 #include "foundation/Defaults.h"
 #include "foundation/PropertyList.h"
 #include "ui/CrashReportDialog.h"
-#include "ui/MainWindow.h"
 
 #include <QApplication>
 #include <QDir>
@@ -30,7 +29,6 @@ private Q_SLOTS:
     void answers_data();
     void answers();
     void sendsFromTheWindowThroughTheReporter();
-    void debugMenuOffersTheCrashActions();
 };
 
 void TestCrashReportDialog::showsTheReportReadOnly()
@@ -113,34 +111,6 @@ void TestCrashReportDialog::sendsFromTheWindowThroughTheReporter()
     QCOMPARE(bodies.size(), 1);
     QCOMPARE(QJsonDocument::fromJson(bodies.first()).object().value("crash_report").toObject().value("content"),
              QJsonValue("This is a test crash log."));
-}
-
-void TestCrashReportDialog::debugMenuOffersTheCrashActions()
-{
-    if (!MainWindow::debugMenuEnabled()) {
-        QSKIP("A release build shows the Debug menu only with CORVEL_DEBUG_MENU=1");
-    }
-    MainWindow window;
-    QStringList called;
-    window.setDebugActions({[&called] { called.append("show"); }, [&called] { called.append("send"); },
-                            [&called] { called.append("crash"); }});
-    auto* menu = window.findChild<QMenu*>("debugMenu");
-    QVERIFY(menu);
-    QStringList texts;
-    const auto actions = menu->actions();
-    for (QAction* action : actions) {
-        if (!action->isSeparator()) {
-            texts.append(action->text());
-            action->trigger();
-        }
-    }
-    QCOMPARE(texts, (QStringList{"Show Crash Reporter Window", "Send Test Crash Report", "Crash Deliberately"}));
-    QCOMPARE(called, (QStringList{"show", "send", "crash"}));
-
-    // Given again, the actions replace the first ones rather than adding a second menu.
-    window.setDebugActions({[] {}, [] {}, [] {}});
-    QCOMPARE(window.findChildren<QMenu*>("debugMenu").size(), 1);
-    QCOMPARE(window.findChild<QMenu*>("debugMenu")->actions().size(), 4);
 }
 
 QTEST_MAIN(TestCrashReportDialog)

@@ -56,6 +56,7 @@ void TestPasswordDialog::showsTheQuestion()
     QVERIFY(field);
     QCOMPARE(field->echoMode(), QLineEdit::Password);
     QCOMPARE(field->placeholderText(), QStringLiteral("Password"));
+    QCOMPARE(field->size(), QSize(228, 22));
     QVERIFY(field->text().isEmpty());
     // The person clicks into the field; the dialog opens with Continue, the default, holding the focus.
     QVERIFY(!field->hasFocus());
