@@ -14,11 +14,16 @@
 #include "foundation/Logging.h"
 #include "foundation/PreferenceKeys.h"
 #include "homebrew/HomebrewCommands.h"
+#include "homebrew/HomebrewInstallation.h"
 #include "operations/AppOperations.h"
+#include "operations/Maintenance.h"
+#include "operations/Repositories.h"
 #include "operations/ScriptOperations.h"
 #include "ui/Appearance.h"
 #include "ui/CrashReportDialog.h"
 #include "ui/MainWindow.h"
+#include "ui/SettingsWindowController.h"
+#include "ui/ViewOptionsWindowController.h"
 
 #include <QApplication>
 #include <QUrl>
@@ -38,7 +43,9 @@ ApplicationDelegate::ApplicationDelegate(Bundle& bundle, Defaults& defaults, Cor
 
 ApplicationDelegate::~ApplicationDelegate()
 {
-    // The window's tables and panes observe the operations and the synchronisation: it goes first.
+    // The windows observe the operations and the synchronisation: they go first.
+    m_settingsWindow.reset();
+    m_viewOptionsWindow.reset();
     m_mainWindow.reset();
 }
 
@@ -84,6 +91,11 @@ void ApplicationDelegate::openMainWindow()
                                                m_alerter, Analytics::shared()};
     m_appOperations = std::make_unique<AppOperations>(services, *m_sources, m_folderChooser);
     m_scriptOperations = std::make_unique<ScriptOperations>(services);
+    m_repositories = std::make_unique<Repositories>(
+        m_store, Homebrew::Commands::shared(), *m_sources, HttpClient::shared(),
+        QUrl(m_bundle.infoString(QStringLiteral("TW_GITHUB_API_URL")).value_or(QString())), m_state, m_alerter,
+        Analytics::shared());
+    m_maintenance = std::make_unique<Maintenance>(Homebrew::Commands::shared(), m_defaults, m_alerter);
 
     m_mainWindow = std::make_unique<MainWindow>(
         MainWindow::Services{m_store, m_defaults, m_state, *m_appOperations, *m_scriptOperations, *m_synchronisation,
@@ -91,6 +103,8 @@ void ApplicationDelegate::openMainWindow()
     m_alerter.setParentWidget(m_mainWindow.get());
     m_folderChooser.setParentWidget(m_mainWindow.get());
     m_passwordDialog.setParentWidget(m_mainWindow.get());
+    connect(m_mainWindow.get(), &MainWindow::settingsRequested, this, &ApplicationDelegate::showSettings);
+    connect(m_mainWindow.get(), &MainWindow::viewOptionsRequested, this, &ApplicationDelegate::showViewOptions);
     m_mainWindow->setCloseRequest([this](std::function<void(bool)> reply) { requestTermination(std::move(reply)); });
     m_mainWindow->setDebugActions({
         [this] { m_crashReporter.showWindow(QStringLiteral("This is a test crash log.")); },
@@ -105,6 +119,28 @@ void ApplicationDelegate::openMainWindow()
         [] { qFatal("This is a deliberate crash."); },
     });
     m_mainWindow->show();
+}
+
+void ApplicationDelegate::showSettings()
+{
+    if (!m_settingsWindow) {
+        m_settingsWindow = std::make_unique<SettingsWindowController>(
+            SettingsWindowController::Context{m_defaults, *m_synchronisation, *m_repositories, m_store.viewContext(),
+                                              *m_maintenance, m_bundle, Homebrew::Installation::shared()});
+    }
+    m_settingsWindow->show();
+    m_settingsWindow->raise();
+    m_settingsWindow->activateWindow();
+}
+
+void ApplicationDelegate::showViewOptions()
+{
+    if (!m_viewOptionsWindow) {
+        m_viewOptionsWindow = std::make_unique<ViewOptionsWindowController>(m_defaults);
+    }
+    m_viewOptionsWindow->show();
+    m_viewOptionsWindow->raise();
+    m_viewOptionsWindow->activateWindow();
 }
 
 void ApplicationDelegate::requestTermination(std::function<void(bool terminate)> reply)

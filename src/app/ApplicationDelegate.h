@@ -17,6 +17,10 @@
 
 class AppOperations;
 class Bundle;
+class Maintenance;
+class Repositories;
+class SettingsWindowController;
+class ViewOptionsWindowController;
 class CoreDataManager;
 class Defaults;
 class MainWindow;
@@ -48,6 +52,8 @@ public:
 
 private:
     void openMainWindow();
+    void showSettings();
+    void showViewOptions();
     void applicationWillTerminate();
 
     Bundle& m_bundle;
@@ -65,5 +71,10 @@ private:
     std::unique_ptr<Synchronisation> m_synchronisation;
     std::unique_ptr<AppOperations> m_appOperations;
     std::unique_ptr<ScriptOperations> m_scriptOperations;
+    std::unique_ptr<Repositories> m_repositories;
+    std::unique_ptr<Maintenance> m_maintenance;
     std::unique_ptr<MainWindow> m_mainWindow;
+    // Made on first use: most starts never open them.
+    std::unique_ptr<SettingsWindowController> m_settingsWindow;
+    std::unique_ptr<ViewOptionsWindowController> m_viewOptionsWindow;
 };

@@ -6,7 +6,10 @@
 #include "foundation/PreferenceKeys.h"
 #include "foundation/PropertyList.h"
 #include "ui/MainWindow.h"
+#include "ui/SettingsWindowController.h"
+#include "ui/ViewOptionsWindowController.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QFile>
 #include <QMessageBox>
@@ -14,6 +17,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <algorithm>
 
 class TestApplicationDelegate : public QObject {
     Q_OBJECT
@@ -22,6 +26,7 @@ private Q_SLOTS:
     void init();
     void cleanup();
     void startsInOrderWithDefaultsAndState();
+    void menusOpenSettingsAndViewOptions();
     void quitDecision_data();
     void quitDecision();
 
@@ -92,6 +97,31 @@ void TestApplicationDelegate::startsInOrderWithDefaultsAndState()
     QVERIFY(QTest::qWaitForWindowExposed(window));
     // An empty catalogue: nothing installed.
     QCOMPARE(window->windowTitle(), QStringLiteral("0 installed"));
+}
+
+void TestApplicationDelegate::menusOpenSettingsAndViewOptions()
+{
+    ApplicationDelegate delegate(*m_bundle, *m_defaults, *m_store);
+    delegate.applicationDidFinishLaunching();
+    MainWindow* window = delegate.mainWindow();
+    QVERIFY(QTest::qWaitForWindowExposed(window));
+    const auto trigger = [window](const QString& text) {
+        for (QAction* action : window->findChildren<QAction*>()) {
+            if (action->text() == text) {
+                action->trigger();
+                return true;
+            }
+        }
+        return false;
+    };
+    QVERIFY(trigger(QStringLiteral("Settings...")));
+    QTRY_VERIFY(std::ranges::any_of(QApplication::topLevelWidgets(), [](QWidget* w) {
+        return w->isVisible() && qobject_cast<SettingsWindowController*>(w);
+    }));
+    QVERIFY(trigger(QStringLiteral("View Options...")));
+    QTRY_VERIFY(std::ranges::any_of(QApplication::topLevelWidgets(), [](QWidget* w) {
+        return w->isVisible() && qobject_cast<ViewOptionsWindowController*>(w);
+    }));
 }
 
 void TestApplicationDelegate::quitDecision_data()
