@@ -76,6 +76,8 @@ private:
             return failure;
         }
         const QJsonObject state{
+            {QStringLiteral("taps"), QJsonArray{QStringLiteral("homebrew/cask"), QStringLiteral("homebrew/core"),
+                                                QStringLiteral("tesselworks/corvel-cmd")}},
             {QStringLiteral("casks"), casks},
             {QStringLiteral("formulae"), formulae},
             {QStringLiteral("catalogue"),
