@@ -110,6 +110,7 @@ private:
         Defaults defaults(home + QStringLiteral("/.config/works.tessel.corvel/Corvel X.conf"));
         defaults.setValue(PreferenceKeys::IsFirstRun, false);
         defaults.setValue(PreferenceKeys::SyncOnAppLaunch, false);
+        defaults.setValue(PreferenceKeys::ShowWebsiteIcons, false);
         defaults.setValue(PreferenceKeys::LastFastSyncTime, QDateTime::currentDateTime());
         defaults.sync();
         return {};

@@ -16,12 +16,16 @@
 #include "homebrew/HomebrewCommands.h"
 #include "homebrew/HomebrewInstallation.h"
 #include "operations/AppOperations.h"
+#include "operations/CompanionCommands.h"
+#include "operations/HomebrewInstaller.h"
 #include "operations/Maintenance.h"
 #include "operations/Repositories.h"
 #include "operations/ScriptOperations.h"
 #include "ui/Appearance.h"
 #include "ui/CrashReportDialog.h"
+#include "ui/HomebrewInstallWizardViewController.h"
 #include "ui/MainWindow.h"
+#include "ui/OnboardingWindowController.h"
 #include "ui/SettingsWindowController.h"
 #include "ui/ViewOptionsWindowController.h"
 
@@ -46,6 +50,7 @@ ApplicationDelegate::~ApplicationDelegate()
     // The windows observe the operations and the synchronisation: they go first.
     m_settingsWindow.reset();
     m_viewOptionsWindow.reset();
+    m_onboardingWindow.reset();
     m_mainWindow.reset();
 }
 
@@ -71,17 +76,22 @@ void ApplicationDelegate::applicationDidFinishLaunching()
         }
     }
 
-    openMainWindow();
-
-    if (const std::optional<Synchronisation::Form> form =
-            SyncLaunchRule::formAtLaunch(m_defaults, QDateTime::currentDateTime())) {
-        m_synchronisation->start(*form);
+    makeServices();
+    if (m_defaults.boolValue(PreferenceKeys::IsFirstRun)) {
+        // The assistant runs the first synchronisation itself; the launch rule has nothing to add to it.
+        openOnboarding();
+    } else {
+        openMainWindow();
+        if (const std::optional<Synchronisation::Form> form =
+                SyncLaunchRule::formAtLaunch(m_defaults, QDateTime::currentDateTime())) {
+            m_synchronisation->start(*form);
+        }
     }
 
     m_crashReporter.checkPendingReport();
 }
 
-void ApplicationDelegate::openMainWindow()
+void ApplicationDelegate::makeServices()
 {
     m_sources = std::make_unique<Homebrew::Sources>(
         Homebrew::Commands::shared(),
@@ -96,7 +106,68 @@ void ApplicationDelegate::openMainWindow()
         QUrl(m_bundle.infoString(QStringLiteral("TW_GITHUB_API_URL")).value_or(QString())), m_state, m_alerter,
         Analytics::shared());
     m_maintenance = std::make_unique<Maintenance>(Homebrew::Commands::shared(), m_defaults, m_alerter);
+    m_companion = std::make_unique<CompanionCommands>(Homebrew::Installation::shared(), Homebrew::Commands::shared());
+}
 
+void ApplicationDelegate::openOnboarding()
+{
+    const QUrl github(
+        m_bundle.infoString(QStringLiteral("TW_GITHUB_URL")).value_or(QStringLiteral("https://github.com")));
+    m_onboardingWindow = std::make_unique<OnboardingWindowController>(OnboardingWindowController::Context{
+        m_defaults, Homebrew::Installation::shared(), *m_companion, m_alerter, *m_synchronisation, homebrewInstaller(),
+        CompanionCommands::repositoryPage(github)});
+    m_alerter.setParentWidget(m_onboardingWindow.get());
+    m_folderChooser.setParentWidget(m_onboardingWindow.get());
+    m_passwordDialog.setParentWidget(m_onboardingWindow.get());
+    connect(m_onboardingWindow.get(), &OnboardingWindowController::finished, this,
+            &ApplicationDelegate::onboardingFinished);
+    connect(m_onboardingWindow.get(), &OnboardingWindowController::quitRequested, this,
+            [this] { requestTermination({}); });
+    m_onboardingWindow->show();
+}
+
+void ApplicationDelegate::onboardingFinished()
+{
+    openMainWindow();
+    // Called from the assistant's own signal: it goes once that has returned.
+    QMetaObject::invokeMethod(
+        this, [this] { m_onboardingWindow.reset(); }, Qt::QueuedConnection);
+}
+
+OnboardingWindowController* ApplicationDelegate::onboardingWindow() const
+{
+    return m_onboardingWindow && !m_onboardingWindow->isFinished() ? m_onboardingWindow.get() : nullptr;
+}
+
+HomebrewInstallWizardViewController* ApplicationDelegate::homebrewInstallSheet() const
+{
+    return m_homebrewInstallSheet;
+}
+
+Homebrew::Installer& ApplicationDelegate::homebrewInstaller()
+{
+    if (!m_homebrewInstaller) {
+        m_homebrewInstaller = std::make_unique<Homebrew::Installer>(m_bundle, m_network, m_packageOpener);
+    }
+    return *m_homebrewInstaller;
+}
+
+void ApplicationDelegate::showHomebrewInstallation()
+{
+    if (!m_mainWindow) {
+        return;
+    }
+    if (m_homebrewInstallSheet) {
+        m_homebrewInstallSheet->raise();
+        return;
+    }
+    m_homebrewInstallSheet = new HomebrewInstallWizardViewController(homebrewInstaller(), m_mainWindow.get());
+    m_homebrewInstallSheet->setAttribute(Qt::WA_DeleteOnClose);
+    m_homebrewInstallSheet->open();
+}
+
+void ApplicationDelegate::openMainWindow()
+{
     m_mainWindow = std::make_unique<MainWindow>(
         MainWindow::Services{m_store, m_defaults, m_state, *m_appOperations, *m_scriptOperations, *m_synchronisation,
                              Transcript::shared(), ActivityCenter::shared(), m_alerter});
@@ -105,6 +176,8 @@ void ApplicationDelegate::openMainWindow()
     m_passwordDialog.setParentWidget(m_mainWindow.get());
     connect(m_mainWindow.get(), &MainWindow::settingsRequested, this, &ApplicationDelegate::showSettings);
     connect(m_mainWindow.get(), &MainWindow::viewOptionsRequested, this, &ApplicationDelegate::showViewOptions);
+    connect(m_mainWindow.get(), &MainWindow::homebrewInstallationRequested, this,
+            &ApplicationDelegate::showHomebrewInstallation);
     m_mainWindow->setCloseRequest([this](std::function<void(bool)> reply) { requestTermination(std::move(reply)); });
     m_mainWindow->setDebugActions({
         [this] { m_crashReporter.showWindow(QStringLiteral("This is a test crash log.")); },
@@ -127,6 +200,7 @@ void ApplicationDelegate::showSettings()
         m_settingsWindow = std::make_unique<SettingsWindowController>(
             SettingsWindowController::Context{m_defaults, *m_synchronisation, *m_repositories, m_store.viewContext(),
                                               *m_maintenance, m_bundle, Homebrew::Installation::shared()});
+        m_settingsWindow->setCompanionCommands(*m_companion, m_alerter);
     }
     m_settingsWindow->show();
     m_settingsWindow->raise();
@@ -145,11 +219,14 @@ void ApplicationDelegate::showViewOptions()
 
 void ApplicationDelegate::requestTermination(std::function<void(bool terminate)> reply)
 {
-    m_quitConfirmation.requestTermination([reply = std::move(reply)](bool terminate) {
+    m_quitConfirmation.requestTermination([this, reply = std::move(reply)](bool terminate) {
         if (reply) {
             reply(terminate);
         }
         if (terminate) {
+            if (m_onboardingWindow) {
+                m_onboardingWindow->allowClosing();
+            }
             QCoreApplication::quit();
         }
     });

@@ -7,6 +7,7 @@
 #include "diagnostics/CrashCaptureEngine.h"
 #include "foundation/Bundle.h"
 #include "foundation/Defaults.h"
+#include "ui/AssetIcons.h"
 #include "ui/MainWindow.h"
 #include "ui/PackageTableViewController.h"
 
@@ -75,6 +76,9 @@ int main(int argc, char* argv[])
     setApplicationIdentity();
     QApplication::setApplicationDisplayName(QStringLiteral("Corvel X"));
     QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setWindowIcon(AssetIcons::icon(QStringLiteral("AppIcon")));
+    // Lets the desktop match the windows to the installed launcher and its icon (Wayland has no other way).
+    QGuiApplication::setDesktopFileName(QStringLiteral("works.tessel.corvel"));
 
     Bundle& bundle = Bundle::main();
     QApplication::setApplicationVersion(bundle.version());

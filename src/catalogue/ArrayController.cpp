@@ -144,6 +144,14 @@ void ArrayController::contextObjectsDidChange(const ChangeSet& changes)
 
 void ArrayController::objectValueChanged(const QString& key)
 {
+    auto* object = qobject_cast<ManagedObject*>(sender());
+    // A cask's picture arrives for each visible row; no filter or order reads it, so the arrangement stands.
+    if (key == u"icon") {
+        if (object) {
+            Q_EMIT arrangedObjectValueChanged(object, key);
+        }
+        return;
+    }
     if (key == u"token" || m_sortKeys.contains(key)) {
         m_contentSorted = false;
     }
@@ -151,7 +159,7 @@ void ArrayController::objectValueChanged(const QString& key)
         m_searchTextStale = true;
     }
     m_viewStale = true;
-    if (auto* object = qobject_cast<ManagedObject*>(sender())) {
+    if (object) {
         Q_EMIT arrangedObjectValueChanged(object, key);
     }
     // Actions often touch many objects in a row (all marked busy); one arrangement afterwards covers them all.

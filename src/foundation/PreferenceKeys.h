@@ -25,6 +25,7 @@ inline const QString CleanupLastRun = QStringLiteral("CleanupLastRun");
 inline const QString AutoremoveLastRun = QStringLiteral("AutoremoveLastRun");
 inline const QString IsFirstRun = QStringLiteral("IsFirstRun");
 inline const QString Appearance = QStringLiteral("Appearance");
+inline const QString ShowWebsiteIcons = QStringLiteral("ShowWebsiteIcons");
 inline const QString SuppressMoveToAlert = QStringLiteral("SuppressMoveToAlert");
 inline const QString SuppressReinstallAlert = QStringLiteral("SuppressReinstallAlert");
 inline const QString SuppressUpgradeAllAlert = QStringLiteral("SuppressUpgradeAllAlert");

@@ -1,10 +1,20 @@
 #include "foundation/Threading.h"
 
+#include <algorithm>
+
 namespace Threading {
 
 QThreadPool& pool()
 {
-    return *QThreadPool::globalInstance();
+    // Not Qt's global pool: Qt's raster painter waits on that one from the GUI thread, and our tasks may wait on the
+    // GUI thread (a network request is started there), so sharing it can deadlock a paint. Tasks mostly wait on
+    // brew and the network, so there are more threads than cores.
+    static QThreadPool* shared = [] {
+        auto* threads = new QThreadPool;
+        threads->setMaxThreadCount(std::max(8, 2 * QThread::idealThreadCount()));
+        return threads;
+    }();
+    return *shared;
 }
 
 void runInBackground(std::function<void()> work)

@@ -242,7 +242,9 @@ void MainWindow::buildMenus()
     }
     fileMenu->addSeparator();
     QAction* settings = fileMenu->addAction(tr("Settings..."), this, &MainWindow::settingsRequested);
-    settings->setShortcut(QKeySequence::Preferences);
+    // Most Linux desktops define no standard key for preferences; Ctrl+, is what people try.
+    const QList<QKeySequence> preferences = QKeySequence::keyBindings(QKeySequence::Preferences);
+    settings->setShortcut(preferences.isEmpty() ? QKeySequence(Qt::CTRL | Qt::Key_Comma) : preferences.constFirst());
     settings->setMenuRole(QAction::PreferencesRole);
     QAction* quit = fileMenu->addAction(tr("&Quit Corvel X"), this, &QWidget::close);
     quit->setShortcut(QKeySequence::Quit);
@@ -271,6 +273,8 @@ void MainWindow::buildMenus()
     packageMenu->addAction(action(Kind::move));
 
     QMenu* helpMenu = menuBar()->addMenu(tr("&Help"));
+    helpMenu->addAction(tr("Install Homebrew..."), this, &MainWindow::homebrewInstallationRequested);
+    helpMenu->addSeparator();
     QAction* about = helpMenu->addAction(tr("About Corvel X"), this, [this] {
         QMessageBox::about(this, tr("About Corvel X"),
                            tr("<b>Corvel X</b> %1<br>A desktop front-end for the Homebrew package manager.")

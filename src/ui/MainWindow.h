@@ -101,6 +101,8 @@ Q_SIGNALS:
     // The settings window and the view options belong to the application, which opens them.
     void settingsRequested();
     void viewOptionsRequested();
+    // Help > Install Homebrew...: the application opens the installation sheet over this window.
+    void homebrewInstallationRequested();
 
 protected:
     void closeEvent(QCloseEvent* event) override;

@@ -3,13 +3,11 @@
 #include "catalogue/ArrayController.h"
 #include "catalogue/Cask.h"
 #include "catalogue/Formula.h"
-#include "ui/SGKSuggestionIcons.h"
+#include "ui/AssetIcons.h"
 
-#include <QApplication>
 #include <QCoreApplication>
 #include <QImage>
 #include <QPixmap>
-#include <QStyle>
 
 namespace {
 
@@ -212,8 +210,10 @@ QVariant PackageTableModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
     case Qt::ToolTipRole:
         return displayValue(*record, column);
-    case Qt::DecorationRole:
-        return column == Column::icon ? QVariant(iconOf(*record)) : QVariant();
+    case Qt::DecorationRole: {
+        const QIcon icon = decorationOf(*record, column);
+        return icon.isNull() ? QVariant() : QVariant(icon);
+    }
     case RecordRole:
         return QVariant::fromValue(static_cast<ManagedObject*>(const_cast<Package*>(record)));
     case StatusRole:
@@ -273,27 +273,34 @@ QIcon PackageTableModel::iconOf(const Package& record) const
     default:
         break;
     }
-    // The kind's picture: the application's own drawings where it has them, a generic file otherwise, nothing
-    // for a kind without an icon.
-    const CaskKind& kind = app->kind();
-    if (kind.iconName().isNull()) {
+    // The kind's picture until a picture of its own arrives; "service" has none.
+    return assetIcon(app->kind().iconName());
+}
+
+QIcon PackageTableModel::decorationOf(const Package& record, Column column) const
+{
+    const auto* script = qobject_cast<const Formula*>(&record);
+    switch (column) {
+    case Column::icon:
+        return iconOf(record);
+    case Column::hierarchy:
+        return script ? assetIcon(script->hierarchy().iconName) : QIcon();
+    default:
         return {};
     }
-    const auto cached = m_kindIcons.constFind(kind.label());
-    if (cached != m_kindIcons.cend()) {
-        return *cached;
+}
+
+QIcon PackageTableModel::assetIcon(const QString& name) const
+{
+    if (name.isEmpty()) {
+        return {};
     }
-    QIcon icon;
-    if (kind.label() == u"App") {
-        icon = SGKSuggestionIcons::icon(QStringLiteral(":/icons/App.svg"));
-    } else if (kind.label() == u"Font") {
-        icon = SGKSuggestionIcons::icon(QStringLiteral(":/icons/Font.svg"));
+    // Thousands of rows share a handful of pictures: each SVG is parsed once.
+    auto cached = m_assetIcons.constFind(name);
+    if (cached == m_assetIcons.cend()) {
+        cached = m_assetIcons.insert(name, AssetIcons::icon(name));
     }
-    if (icon.isNull()) {
-        icon = QApplication::style()->standardIcon(QStyle::SP_FileIcon);
-    }
-    m_kindIcons.insert(kind.label(), icon);
-    return icon;
+    return *cached;
 }
 
 QVariant PackageTableModel::headerData(int section, Qt::Orientation orientation, int role) const

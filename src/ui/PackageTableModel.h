@@ -58,6 +58,10 @@ public:
 private:
     QVariant displayValue(const Package& record, Column column) const;
     QIcon iconOf(const Package& record) const;
+    // What a cell shows beside its text: the icon column's picture, a script's hierarchy.
+    QIcon decorationOf(const Package& record, Column column) const;
+    // The named picture, drawn once however many rows show it; a null icon for an empty name.
+    QIcon assetIcon(const QString& name) const;
     QString localized(const char* text) const;
     void objectValueChanged(ManagedObject* object, const QString& key);
 
@@ -67,5 +71,5 @@ private:
     // Built on first use after each reset: a value change of one of thousands of objects must not scan them all.
     mutable QHash<const ManagedObject*, int> m_rows;
     mutable bool m_rowsStale = true;
-    mutable QHash<QString, QIcon> m_kindIcons;
+    mutable QHash<QString, QIcon> m_assetIcons;
 };

@@ -146,9 +146,9 @@ PackageTableViewController::PackageTableViewController(PackageOperation::Persona
     header->setHighlightSections(false);
     const int em = m_tableView->fontMetrics().horizontalAdvance(QLatin1Char('M'));
     const QMap<Column, int> widths{
-        {Column::name, 14 * em},     {Column::token, 12 * em},      {Column::kind, 8 * em},
-        {Column::version, 7 * em},   {Column::repository, 11 * em}, {Column::description, 24 * em},
-        {Column::hierarchy, 8 * em}, {Column::license, 8 * em},     {Column::status, 8 * em},
+        {Column::name, 14 * em},      {Column::token, 12 * em},      {Column::kind, 8 * em},
+        {Column::version, 7 * em},    {Column::repository, 11 * em}, {Column::description, 24 * em},
+        {Column::hierarchy, 12 * em}, {Column::license, 8 * em},     {Column::status, 8 * em},
     };
     for (int section = 0; section < m_model->columnCount(); ++section) {
         const Column column = m_model->columnAt(section);

@@ -44,6 +44,13 @@ SettingsGeneralViewController::SettingsGeneralViewController(Defaults& defaults,
     connect(m_appearance, &QButtonGroup::idClicked, this,
             [this](int id) { changeAppearance(Appearance::fromValue(id)); });
 
+    auto* appsBox = new QGroupBox(tr("Apps"));
+    m_websiteIcons =
+        new PreferenceCheckBox(tr("Show website icons for apps"), defaults, PreferenceKeys::ShowWebsiteIcons);
+    // Said plainly, as it is what makes the application contact the apps' own websites.
+    m_websiteIcons->setToolTip(tr("Fetches each app's icon from its website; without it apps show their kind's icon."));
+    (new QVBoxLayout(appsBox))->addWidget(m_websiteIcons);
+
     auto* syncBox = new QGroupBox(tr("Synchronisation"));
     m_sync = new SettingsGeneralSyncViewController(defaults, synchronisation);
     (new QVBoxLayout(syncBox))->addWidget(m_sync);
@@ -63,6 +70,7 @@ SettingsGeneralViewController::SettingsGeneralViewController(Defaults& defaults,
 
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(appearanceBox);
+    layout->addWidget(appsBox);
     layout->addWidget(syncBox);
     layout->addWidget(permissionsBox);
     layout->addWidget(updatesBox);

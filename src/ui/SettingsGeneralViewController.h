@@ -1,5 +1,5 @@
-// The general settings tab: the application's appearance, the catalogue synchronisation, the permissions for usage
-// data and crash reports, and whether beta releases are offered.
+// The general settings tab: the application's appearance, whether apps show their website's icon, the catalogue
+// synchronisation, the permissions for usage data and crash reports, and whether beta releases are offered.
 #pragma once
 
 #include "ui/Appearance.h"
@@ -21,6 +21,7 @@ public:
 
     // The choice's button: Light, Dark or SystemDefault.
     QAbstractButton* appearanceButton(Appearance::Tag tag) const;
+    PreferenceCheckBox* websiteIconsCheckBox() const { return m_websiteIcons; }
     SettingsGeneralSyncViewController* syncViewController() const { return m_sync; }
     PreferenceCheckBox* dataCollectionCheckBox() const { return m_dataCollection; }
     PreferenceCheckBox* crashReportsCheckBox() const { return m_crashReports; }
@@ -35,6 +36,7 @@ private:
 
     Defaults& m_defaults;
     QButtonGroup* m_appearance;
+    PreferenceCheckBox* m_websiteIcons;
     SettingsGeneralSyncViewController* m_sync;
     PreferenceCheckBox* m_dataCollection;
     PreferenceCheckBox* m_crashReports;

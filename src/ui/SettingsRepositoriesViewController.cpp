@@ -4,14 +4,17 @@
 #include "catalogue/ManagedObjectContext.h"
 #include "catalogue/Tap.h"
 #include "foundation/Logging.h"
+#include "operations/CompanionCommands.h"
 #include "operations/DefaultTaps.h"
 #include "ui/AddRepositorySheet.h"
+#include "ui/CorvelCommandsWizardViewController.h"
 
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QShowEvent>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
@@ -51,6 +54,9 @@ SettingsRepositoriesViewController::SettingsRepositoriesViewController(Repositor
     m_progressIndicator->setMaximumWidth(120);
     m_progressLabel->hide();
     m_progressIndicator->hide();
+    m_installCommandsButton = new QPushButton(tr("Install Commands..."));
+    m_installCommandsButton->setObjectName(QStringLiteral("installCommands"));
+    m_installCommandsButton->hide();
 
     m_officialList =
         makeList({tr("Repository"), tr("Description"), tr("Added")}, QStringLiteral("officialRepositories"));
@@ -65,6 +71,7 @@ SettingsRepositoriesViewController::SettingsRepositoriesViewController(Repositor
     auto* buttons = new QHBoxLayout;
     buttons->addWidget(m_addButton);
     buttons->addWidget(m_removeButton);
+    buttons->addWidget(m_installCommandsButton);
     buttons->addStretch();
     buttons->addWidget(m_progressIndicator);
     buttons->addWidget(m_progressLabel);
@@ -84,13 +91,17 @@ SettingsRepositoriesViewController::SettingsRepositoriesViewController(Repositor
     connect(m_addButton, &QPushButton::clicked, this, &SettingsRepositoriesViewController::showAddSheet);
     connect(m_removeButton, &QPushButton::clicked, this, &SettingsRepositoriesViewController::removeSelected);
     connect(m_addOfficialButton, &QPushButton::clicked, this, &SettingsRepositoriesViewController::addSelectedOfficial);
+    connect(m_installCommandsButton, &QPushButton::clicked, this,
+            &SettingsRepositoriesViewController::showCommandsWizard);
     connect(m_list, &QTreeWidget::itemSelectionChanged, this, &SettingsRepositoriesViewController::updateButtons);
     connect(m_officialList, &QTreeWidget::itemSelectionChanged, this,
             &SettingsRepositoriesViewController::updateButtons);
 
     connect(&m_repositories, &Repositories::started, this, &SettingsRepositoriesViewController::operationStarted);
-    connect(&m_repositories, &Repositories::finished, this,
-            [this](Repositories::Operation, const QString& name) { operationEnded(name); });
+    connect(&m_repositories, &Repositories::finished, this, [this](Repositories::Operation, const QString& name) {
+        operationEnded(name);
+        updateCommandsButton();
+    });
     connect(&m_repositories, &Repositories::cancelled, this, &SettingsRepositoriesViewController::operationEnded);
 
     m_taps->setFilterPredicate(Predicate::parse(QStringLiteral("installed == YES")).value());
@@ -144,6 +155,46 @@ void SettingsRepositoriesViewController::showAddSheet()
     connect(m_addSheet, &QDialog::finished, m_addSheet, &QObject::deleteLater);
     connect(m_addSheet, &QObject::destroyed, this, [this] { m_addSheet = nullptr; });
     m_addSheet->open();
+}
+
+void SettingsRepositoriesViewController::setCommandsInstallation(const Homebrew::Installation& installation,
+                                                                 const CompanionCommands& companion, Alerter& alerter)
+{
+    m_installation = &installation;
+    m_companion = &companion;
+    m_alerter = &alerter;
+    updateCommandsButton();
+}
+
+void SettingsRepositoriesViewController::showCommandsWizard()
+{
+    if (!m_companion) {
+        return;
+    }
+    if (m_commandsWizard) {
+        m_commandsWizard->raise();
+        return;
+    }
+    m_commandsWizard = new CorvelCommandsWizardViewController(*m_installation, *m_companion, *m_alerter, this);
+    connect(m_commandsWizard, &CorvelCommandsWizardViewController::commandsInstalled, this,
+            &SettingsRepositoriesViewController::updateCommandsButton);
+    connect(m_commandsWizard, &QDialog::finished, m_commandsWizard, &QObject::deleteLater);
+    connect(m_commandsWizard, &QObject::destroyed, this, [this] {
+        m_commandsWizard = nullptr;
+        updateCommandsButton();
+    });
+    m_commandsWizard->open();
+}
+
+void SettingsRepositoriesViewController::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    updateCommandsButton();
+}
+
+void SettingsRepositoriesViewController::updateCommandsButton()
+{
+    m_installCommandsButton->setVisible(m_companion && !m_companion->installed());
 }
 
 void SettingsRepositoriesViewController::removeSelected()

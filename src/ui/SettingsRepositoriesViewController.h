@@ -10,13 +10,20 @@
 #include <optional>
 
 class AddRepositorySheet;
+class Alerter;
 class ArrayController;
+class CompanionCommands;
+class CorvelCommandsWizardViewController;
 class ManagedObjectContext;
 class QLabel;
 class QProgressBar;
 class QPushButton;
 class QTreeWidget;
 class Tap;
+
+namespace Homebrew {
+class Installation;
+}
 
 class SettingsRepositoriesViewController : public QWidget {
     Q_OBJECT
@@ -39,6 +46,14 @@ public:
     // The sheet while it is open.
     AddRepositorySheet* addSheet() const { return m_addSheet; }
 
+    // Offers "Install Commands..." while the companion commands are missing; without this the button never shows.
+    // Everything passed in must outlive the tab.
+    void setCommandsInstallation(const Homebrew::Installation& installation, const CompanionCommands& companion,
+                                 Alerter& alerter);
+    QPushButton* installCommandsButton() const { return m_installCommandsButton; }
+    // The commands sheet while it is open.
+    CorvelCommandsWizardViewController* commandsWizard() const { return m_commandsWizard; }
+
     // The tapped repository selected in the list, if any.
     Tap* selectedTap() const;
     // Selects a tapped repository by name; false when it is not listed.
@@ -48,6 +63,10 @@ public Q_SLOTS:
     void showAddSheet();
     void removeSelected();
     void addSelectedOfficial();
+    void showCommandsWizard();
+
+protected:
+    void showEvent(QShowEvent* event) override;
 
 private:
     void reload();
@@ -55,6 +74,8 @@ private:
     QString descriptionOf(const Tap* tap);
     void operationStarted(Repositories::Operation operation, const QString& name);
     void operationEnded(const QString& name);
+    // The companion commands may have come or gone (tapped here, in the sheet or in a terminal).
+    void updateCommandsButton();
 
     Repositories& m_repositories;
     ArrayController* m_taps;
@@ -66,6 +87,11 @@ private:
     QLabel* m_progressLabel;
     QProgressBar* m_progressIndicator;
     AddRepositorySheet* m_addSheet = nullptr;
+    QPushButton* m_installCommandsButton;
+    const Homebrew::Installation* m_installation = nullptr;
+    const CompanionCommands* m_companion = nullptr;
+    Alerter* m_alerter = nullptr;
+    CorvelCommandsWizardViewController* m_commandsWizard = nullptr;
     // Names whose command runs, each with the text to show while it does.
     QHash<QString, QString> m_running;
     // Descriptions asked of GitHub for repositories that have none of their own; none once it had nothing.

@@ -16,6 +16,7 @@
 SettingsWindowController::SettingsWindowController(const Context& context, QWidget* parent)
     : QWidget(parent, Qt::Window)
     , m_defaults(context.defaults)
+    , m_installation(context.installation)
     , m_tabs(new QTabWidget)
 {
     setWindowTitle(tr("Settings"));
@@ -61,6 +62,11 @@ int SettingsWindowController::currentTab() const
 QString SettingsWindowController::tabLabel(int index) const
 {
     return m_tabs->tabText(index);
+}
+
+void SettingsWindowController::setCompanionCommands(const CompanionCommands& companion, Alerter& alerter)
+{
+    m_repositories->setCommandsInstallation(m_installation, companion, alerter);
 }
 
 void SettingsWindowController::showEvent(QShowEvent* event)

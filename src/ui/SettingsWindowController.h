@@ -3,7 +3,9 @@
 
 #include <QWidget>
 
+class Alerter;
 class Bundle;
+class CompanionCommands;
 class Defaults;
 class Maintenance;
 class ManagedObjectContext;
@@ -48,6 +50,9 @@ public:
     // The tab's label: "General", "Repositories", "Maintenance", "Advanced".
     QString tabLabel(int index) const;
 
+    // Lets the repositories tab install the companion commands when they are missing. Both must outlive the window.
+    void setCompanionCommands(const CompanionCommands& companion, Alerter& alerter);
+
     SettingsGeneralViewController* generalViewController() const { return m_general; }
     SettingsRepositoriesViewController* repositoriesViewController() const { return m_repositories; }
     SettingsMaintenanceViewController* maintenanceViewController() const { return m_maintenance; }
@@ -61,6 +66,7 @@ private:
     void restoreSelectedTab();
 
     Defaults& m_defaults;
+    const Homebrew::Installation& m_installation;
     QTabWidget* m_tabs;
     SettingsGeneralViewController* m_general;
     SettingsRepositoriesViewController* m_repositories;

@@ -1,11 +1,14 @@
 #include "LogCapture.h"
 #include "app/ApplicationDelegate.h"
 #include "catalogue/CoreDataManager.h"
+#include "catalogue/Synchronisation.h"
 #include "foundation/Bundle.h"
 #include "foundation/Defaults.h"
 #include "foundation/PreferenceKeys.h"
 #include "foundation/PropertyList.h"
+#include "ui/HomebrewInstallWizardViewController.h"
 #include "ui/MainWindow.h"
+#include "ui/OnboardingWindowController.h"
 #include "ui/SettingsWindowController.h"
 #include "ui/ViewOptionsWindowController.h"
 
@@ -27,6 +30,9 @@ private Q_SLOTS:
     void cleanup();
     void startsInOrderWithDefaultsAndState();
     void menusOpenSettingsAndViewOptions();
+    void firstRunShowsOnboarding_data();
+    void firstRunShowsOnboarding();
+    void helpMenuOpensHomebrewInstallation();
     void quitDecision_data();
     void quitDecision();
 
@@ -122,6 +128,71 @@ void TestApplicationDelegate::menusOpenSettingsAndViewOptions()
     QTRY_VERIFY(std::ranges::any_of(QApplication::topLevelWidgets(), [](QWidget* w) {
         return w->isVisible() && qobject_cast<ViewOptionsWindowController*>(w);
     }));
+}
+
+void TestApplicationDelegate::firstRunShowsOnboarding_data()
+{
+    QTest::addColumn<bool>("firstRun");
+
+    QTest::newRow("first run") << true;
+    QTest::newRow("later run") << false;
+}
+
+void TestApplicationDelegate::firstRunShowsOnboarding()
+{
+    QFETCH(bool, firstRun);
+
+    m_defaults->setValue(PreferenceKeys::IsFirstRun, firstRun);
+    // Old enough that a later run synchronises at launch.
+    m_defaults->setValue(PreferenceKeys::LastFastSyncTime, QDateTime::currentDateTime().addDays(-2));
+    ApplicationDelegate delegate(*m_bundle, *m_defaults, *m_store);
+    delegate.applicationDidFinishLaunching();
+
+    QCOMPARE(delegate.onboardingWindow() != nullptr, firstRun);
+    QCOMPARE(delegate.mainWindow() != nullptr, !firstRun);
+    // The assistant runs the first synchronisation itself, when the person gets there.
+    QCOMPARE(delegate.synchronisation()->isRunning(), !firstRun);
+    QSignalSpy synchronised(delegate.synchronisation(), &Synchronisation::finished);
+    if (!firstRun) {
+        QTRY_VERIFY_WITH_TIMEOUT(!synchronised.isEmpty(), 60000);
+        return;
+    }
+    OnboardingWindowController* onboarding = delegate.onboardingWindow();
+    QVERIFY(QTest::qWaitForWindowExposed(onboarding));
+    QCOMPARE(onboarding->currentPage(), int(OnboardingWindowController::WelcomePage));
+
+    onboarding->showPage(OnboardingWindowController::DonePage);
+    onboarding->continueButton()->click();
+    QVERIFY(delegate.mainWindow());
+    QVERIFY(QTest::qWaitForWindowExposed(delegate.mainWindow()));
+    QCOMPARE(m_defaults->value(PreferenceKeys::IsFirstRun).toBool(), false);
+    QTRY_VERIFY(!delegate.onboardingWindow());
+    QVERIFY(synchronised.isEmpty());
+}
+
+void TestApplicationDelegate::helpMenuOpensHomebrewInstallation()
+{
+    ApplicationDelegate delegate(*m_bundle, *m_defaults, *m_store);
+    delegate.applicationDidFinishLaunching();
+    MainWindow* window = delegate.mainWindow();
+    QVERIFY(QTest::qWaitForWindowExposed(window));
+    QAction* install = nullptr;
+    for (QAction* action : window->findChildren<QAction*>()) {
+        if (action->text() == QStringLiteral("Install Homebrew...")) {
+            install = action;
+        }
+    }
+    QVERIFY(install);
+    install->trigger();
+    HomebrewInstallWizardViewController* sheet = delegate.homebrewInstallSheet();
+    QVERIFY(sheet);
+    QTRY_VERIFY(sheet->isVisible());
+    QCOMPARE(sheet->parentWidget(), window);
+    // Asked again, the one sheet comes forward.
+    install->trigger();
+    QCOMPARE(delegate.homebrewInstallSheet(), sheet);
+    sheet->closeButton()->click();
+    QTRY_VERIFY(!delegate.homebrewInstallSheet());
 }
 
 void TestApplicationDelegate::quitDecision_data()

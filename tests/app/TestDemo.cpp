@@ -9,6 +9,7 @@
 #include "catalogue/Synchronisation.h"
 #include "foundation/Bundle.h"
 #include "foundation/Defaults.h"
+#include "foundation/PreferenceKeys.h"
 #include "homebrew/HomebrewInstallation.h"
 #include "homebrew/SimulatedHomebrew.h"
 #include "operations/AppOperations.h"
@@ -61,6 +62,8 @@ void TestDemo::initTestCase()
     m_demo = std::move(demo.value());
     const Result<void> installed = m_demo->install(Bundle::main());
     QVERIFY2(installed, qPrintable(installed ? QString() : installed.error().description()));
+    // The sample apps' websites are real ones on the internet, which a test must never contact.
+    Defaults::standard().setValue(PreferenceKeys::ShowWebsiteIcons, false);
 }
 
 void TestDemo::opensOnTheSampleMachineAndInstalls()

@@ -1,0 +1,93 @@
+# Installs the build into a scratch prefix and checks that the tree is complete and usable on its own: the
+# program finds its installed resources, and the desktop launcher names a program and an icon that are there.
+#   cmake -DBUILD_DIR=... -DPREFIX=... -DSOURCE_DIR=<resources> -DBINDIR=bin -DDATADIR=share -P CheckInstall.cmake
+foreach(variable BUILD_DIR PREFIX SOURCE_DIR BINDIR DATADIR)
+    if(NOT DEFINED ${variable})
+        message(FATAL_ERROR "CheckInstall: ${variable} is not set")
+    endif()
+endforeach()
+
+file(REMOVE_RECURSE "${PREFIX}")
+execute_process(COMMAND "${CMAKE_COMMAND}" --install "${BUILD_DIR}" --prefix "${PREFIX}"
+    RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
+if(NOT status EQUAL 0)
+    message(FATAL_ERROR "cmake --install failed (${status}):\n${output}")
+endif()
+
+set(failures "")
+macro(expect_file path)
+    if(NOT EXISTS "${PREFIX}/${path}" OR IS_DIRECTORY "${PREFIX}/${path}")
+        string(APPEND failures "missing: ${path}\n")
+    endif()
+endmacro()
+
+set(program "${BINDIR}/corvel-x")
+set(resources "${DATADIR}/corvel-x")
+expect_file("${program}")
+expect_file("${resources}/Askpass")
+# Every resource of the source tree, with the folders the bundle looks them up in.
+file(GLOB_RECURSE shipped RELATIVE "${SOURCE_DIR}" "${SOURCE_DIR}/*.plist" "${SOURCE_DIR}/demo/*.json")
+if(NOT shipped)
+    string(APPEND failures "no resources found under ${SOURCE_DIR}\n")
+endif()
+foreach(resource ${shipped})
+    expect_file("${resources}/${resource}")
+endforeach()
+
+file(GLOB launchers "${PREFIX}/${DATADIR}/applications/*.desktop")
+list(LENGTH launchers launcherCount)
+if(NOT launcherCount EQUAL 1)
+    string(APPEND failures "expected one launcher in ${DATADIR}/applications, found ${launcherCount}\n")
+else()
+    file(STRINGS "${launchers}" entries)
+    set(exec "")
+    set(icon "")
+    foreach(entry ${entries})
+        if(entry MATCHES "^Exec=([^ ]+)")
+            set(exec "${CMAKE_MATCH_1}")
+        elseif(entry MATCHES "^Icon=(.+)$")
+            set(icon "${CMAKE_MATCH_1}")
+        endif()
+    endforeach()
+    if(NOT exec STREQUAL "corvel-x")
+        string(APPEND failures "the launcher runs '${exec}', not the installed corvel-x\n")
+    endif()
+    # A themed icon is named without folder or extension and looked up in the hicolor theme.
+    if(icon STREQUAL "" OR icon MATCHES "/" OR icon MATCHES "\\.(svg|png|xpm)$")
+        string(APPEND failures "the launcher's icon '${icon}' is not a theme icon name\n")
+    else()
+        expect_file("${DATADIR}/icons/hicolor/scalable/apps/${icon}.svg")
+    endif()
+    find_program(DESKTOP_FILE_VALIDATE desktop-file-validate)
+    if(DESKTOP_FILE_VALIDATE)
+        execute_process(COMMAND "${DESKTOP_FILE_VALIDATE}" "${launchers}"
+            RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
+        if(NOT status EQUAL 0)
+            string(APPEND failures "desktop-file-validate rejects the launcher:\n${output}")
+        endif()
+    else()
+        message(STATUS "desktop-file-validate is not installed: the launcher's syntax is not checked")
+    endif()
+endif()
+
+# The installed program must find the installed resources, not the build tree's: its version comes from there.
+if(EXISTS "${PREFIX}/${program}" AND EXISTS "${PREFIX}/${resources}/Info.plist")
+    file(READ "${PREFIX}/${resources}/Info.plist" info)
+    if(NOT info MATCHES "<key>CFBundleShortVersionString</key>[ \t\r\n]*<string>([^<]+)</string>")
+        string(APPEND failures "the installed Info.plist has no CFBundleShortVersionString\n")
+    else()
+        set(version "${CMAKE_MATCH_1}")
+        execute_process(COMMAND "${CMAKE_COMMAND}" -E env "HOME=${PREFIX}/home" "XDG_CONFIG_HOME=${PREFIX}/home/config"
+                "XDG_DATA_HOME=${PREFIX}/home/data" "XDG_CACHE_HOME=${PREFIX}/home/cache" "${PREFIX}/${program}" --version
+            RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE errors TIMEOUT 60)
+        if(NOT status EQUAL 0 OR NOT output MATCHES "^Corvel X ${version}\n")
+            string(APPEND failures "the installed program answers '${output}${errors}' (${status}) to --version, "
+                                   "expected 'Corvel X ${version}'\n")
+        endif()
+    endif()
+endif()
+
+if(failures)
+    message(FATAL_ERROR "The installed tree under ${PREFIX} is incomplete:\n${failures}")
+endif()
+message(STATUS "Installed tree under ${PREFIX} is complete")
