@@ -35,6 +35,7 @@
 #include <QTableView>
 #include <QTimer>
 #include <QToolBar>
+#include <QVBoxLayout>
 
 namespace {
 
@@ -68,12 +69,17 @@ MainWindow::MainWindow(const Services& services, QWidget* parent)
     m_suggestionList = new SGKSuggestionList(this);
     m_searchController = new SearchController(m_services.defaults, m_suggestionList, this);
 
-    ManagedObjectContext* viewContext = m_services.store.viewContext();
-    m_appsTable = new AppsTableViewController(viewContext, m_services.defaults);
-    m_scriptsTable = new ScriptsTableViewController(viewContext, m_services.defaults);
+    // Each persona's table fills its page when first needed: building one fetches its whole catalogue, and a start
+    // shows only one of them.
     m_tables = new QStackedWidget;
-    m_tables->addWidget(m_appsTable);
-    m_tables->addWidget(m_scriptsTable);
+    for (int page = appsPersona; page <= scriptsPersona; ++page) {
+        auto* holder = new QWidget;
+        auto* layout = new QVBoxLayout(holder);
+        layout->setContentsMargins(0, 0, 0, 0);
+        m_tables->addWidget(holder);
+    }
+    const qint64 storedPersona = m_services.defaults.integerValue(PreferenceKeys::PersonasSelectedIndex);
+    m_tables->setCurrentIndex(storedPersona == scriptsPersona ? scriptsPersona : appsPersona);
 
     m_transcriptPane =
         new TranscriptPane(m_services.transcript, m_services.activityCenter, m_services.defaults, m_services.alerter);
@@ -91,8 +97,7 @@ MainWindow::MainWindow(const Services& services, QWidget* parent)
     buildMenus();
     buildStatusBar();
 
-    connectTable(m_appsTable);
-    connectTable(m_scriptsTable);
+    currentTable();
 
     connect(m_searchField, &SGKSuggestionSearchField::textDidChange, m_searchController,
             &SearchController::searchTextDidChange);
@@ -118,7 +123,6 @@ MainWindow::MainWindow(const Services& services, QWidget* parent)
     connect(&m_services.synchronisation, &Synchronisation::stepChanged, this, &MainWindow::showSynchronisationProgress);
     connect(&m_services.synchronisation, &Synchronisation::finished, this, &MainWindow::showSynchronisationProgress);
 
-    const qint64 storedPersona = m_services.defaults.integerValue(PreferenceKeys::PersonasSelectedIndex);
     changePersona(storedPersona == scriptsPersona ? scriptsPersona : appsPersona);
     applyTranscriptPaneState();
     showSynchronisationProgress();
@@ -306,10 +310,34 @@ void MainWindow::connectTable(PackageTableViewController* table)
     connect(table, &PackageTableViewController::installedCountChanged, this, &MainWindow::updateSubtitle);
 }
 
-PackageTableViewController* MainWindow::currentTable() const
+AppsTableViewController* MainWindow::appsTable()
 {
-    return persona() == scriptsPersona ? static_cast<PackageTableViewController*>(m_scriptsTable)
-                                       : static_cast<PackageTableViewController*>(m_appsTable);
+    if (!m_appsTable) {
+        m_appsTable = new AppsTableViewController(m_services.store.viewContext(), m_services.defaults);
+        placeTable(appsPersona, m_appsTable);
+    }
+    return m_appsTable;
+}
+
+ScriptsTableViewController* MainWindow::scriptsTable()
+{
+    if (!m_scriptsTable) {
+        m_scriptsTable = new ScriptsTableViewController(m_services.store.viewContext(), m_services.defaults);
+        placeTable(scriptsPersona, m_scriptsTable);
+    }
+    return m_scriptsTable;
+}
+
+void MainWindow::placeTable(int persona, PackageTableViewController* table)
+{
+    m_tables->widget(persona)->layout()->addWidget(table);
+    connectTable(table);
+}
+
+PackageTableViewController* MainWindow::currentTable()
+{
+    return persona() == scriptsPersona ? static_cast<PackageTableViewController*>(scriptsTable())
+                                       : static_cast<PackageTableViewController*>(appsTable());
 }
 
 int MainWindow::persona() const
@@ -323,6 +351,12 @@ void MainWindow::changePersona(int persona)
     const bool changed = shown != m_tables->currentIndex();
     m_services.defaults.setValue(PreferenceKeys::PersonasSelectedIndex, shown);
     (shown == scriptsPersona ? m_scriptsAction : m_appsAction)->setChecked(true);
+    // Built before its page shows, so that the page never shows empty.
+    if (shown == scriptsPersona) {
+        scriptsTable();
+    } else {
+        appsTable();
+    }
     m_tables->setCurrentIndex(shown);
     // The other persona's filters mean nothing here (apps have kinds, scripts do not): start its search afresh.
     if (changed) {
@@ -421,7 +455,7 @@ void MainWindow::run(Kind kind, const QList<Package*>& records)
 void MainWindow::upgradeAll()
 {
     if (persona() == appsPersona) {
-        m_services.apps.upgradeAll(m_appsTable->arrayController());
+        m_services.apps.upgradeAll(appsTable()->arrayController());
     }
 }
 
@@ -444,7 +478,7 @@ void MainWindow::updateActions()
 void MainWindow::updateSubtitle()
 {
     const bool apps = persona() == appsPersona;
-    const qlonglong count = apps ? m_appsTable->installedCount() : m_scriptsTable->installedCount();
+    const qlonglong count = currentTable()->installedCount();
     const QString pattern =
         apps ? QCoreApplication::translate("AppsTableViewController", "%lld installed",
                                            "Window subtitle showing the number of installed apps")

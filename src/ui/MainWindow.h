@@ -75,9 +75,10 @@ public:
     // "%lld installed" for the persona shown: in the title, as the platform has no window subtitles.
     QString subtitle() const { return m_subtitle; }
 
-    AppsTableViewController* appsTable() const { return m_appsTable; }
-    ScriptsTableViewController* scriptsTable() const { return m_scriptsTable; }
-    PackageTableViewController* currentTable() const;
+    // Built on first use.
+    AppsTableViewController* appsTable();
+    ScriptsTableViewController* scriptsTable();
+    PackageTableViewController* currentTable();
     TranscriptPane* transcriptPane() const { return m_transcriptPane; }
     SGKSuggestionSearchField* searchField() const { return m_searchField; }
     SearchController* searchController() const { return m_searchController; }
@@ -112,6 +113,7 @@ private:
     void buildToolbar();
     void buildMenus();
     void buildStatusBar();
+    void placeTable(int persona, PackageTableViewController* table);
     void connectTable(PackageTableViewController* table);
     // Hands records to the persona's operations; each operation takes only the records that offer it.
     void run(PackageOperation::Kind kind, const QList<Package*>& records);

@@ -238,6 +238,8 @@ void TestMainWindow::personaSwitchSwapsTablesAndSuggestions()
     QStringList apps = world.shownTokens();
     apps.sort();
     QCOMPARE(apps, (QStringList{u"dropbox"_s, u"firezone"_s, u"flameshot"_s}));
+    // The hidden persona's table (and its fetch of the whole catalogue) waits until it is first shown.
+    QVERIFY(!world.window->findChild<ScriptsTableViewController*>());
 
     world.window->findChild<QAction*>(u"scriptsPersonaAction"_s)->trigger();
     QCOMPARE(world.window->persona(), int(MainWindow::scriptsPersona));
