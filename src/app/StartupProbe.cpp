@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QEvent>
+#include <QFile>
 #include <QTimer>
 #include <sys/resource.h>
 
@@ -19,6 +20,23 @@ void StartupProbe::watch(QWidget* widget)
 
 qint64 StartupProbe::peakMemoryKiB()
 {
+#ifdef Q_OS_LINUX
+    // getrusage's peak survives exec, so a child would report its parent's size at fork time when that was larger;
+    // the address space's own high-water mark starts afresh with the program.
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (status.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        const QList<QByteArray> lines = status.readAll().split('\n');
+        for (const QByteArray& line : lines) {
+            if (line.startsWith("VmHWM:")) {
+                bool ok = false;
+                const qint64 kiB = line.mid(6).trimmed().split(' ').value(0).toLongLong(&ok);
+                if (ok) {
+                    return kiB;
+                }
+            }
+        }
+    }
+#endif
     rusage usage{};
     if (getrusage(RUSAGE_SELF, &usage) != 0) {
         return 0;
