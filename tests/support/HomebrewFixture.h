@@ -9,6 +9,9 @@
 #include "homebrew/HomebrewInstallation.h"
 #include "homebrew/SimulatedHomebrew.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <optional>
@@ -29,5 +32,16 @@ struct HomebrewFixture {
         auto created = SimulatedHomebrew::create(root.path(), state);
         brew = created ? std::optional(std::move(created.value())) : std::nullopt;
         return brew.has_value();
+    }
+
+    // Copies the simulator's own catalogue files into api ("formula.json", "cask.json"), so that a synchronisation
+    // reading the public catalogue from there finds the records the simulated brew knows.
+    static bool publishSimulatorCatalogue(const QString& api)
+    {
+        const QString data = QFileInfo(SimulatedHomebrew::defaultSimulatorPath()).absolutePath() +
+                             QStringLiteral("/../share/brew-simulator/");
+        return QDir().mkpath(api) &&
+               QFile::copy(data + QStringLiteral("formula.json"), api + QStringLiteral("/formula.json")) &&
+               QFile::copy(data + QStringLiteral("cask.json"), api + QStringLiteral("/cask.json"));
     }
 };

@@ -100,14 +100,7 @@ struct World : HomebrewFixture {
         return QTest::qWaitForWindowExposed(window.get());
     }
 
-    bool publishCatalogue()
-    {
-        const QString data =
-            QFileInfo(SimulatedHomebrew::defaultSimulatorPath()).absolutePath() + u"/../share/brew-simulator/"_s;
-        const QString api = folder.filePath(u"catalogue/api"_s);
-        return QDir().mkpath(api) && QFile::copy(data + u"formula.json"_s, api + u"/formula.json"_s) &&
-               QFile::copy(data + u"cask.json"_s, api + u"/cask.json"_s);
-    }
+    bool publishCatalogue() { return publishSimulatorCatalogue(folder.filePath(u"catalogue/api"_s)); }
 
     bool synchronise()
     {
