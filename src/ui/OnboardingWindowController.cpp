@@ -3,6 +3,7 @@
 #include "foundation/Alerter.h"
 #include "foundation/Defaults.h"
 #include "foundation/PreferenceKeys.h"
+#include "ui/AssetIcons.h"
 #include "ui/OnboardingDoneViewController.h"
 #include "ui/OnboardingRequirementsViewController.h"
 #include "ui/OnboardingSyncViewController.h"
@@ -40,6 +41,11 @@ OnboardingWindowController::OnboardingWindowController(const Context& context, Q
     // The steps down the side show where the person is and what is left.
     auto* steps = new QVBoxLayout;
     steps->setSpacing(10);
+    auto* appIcon = new QLabel;
+    appIcon->setPixmap(AssetIcons::icon(QStringLiteral("AppIcon")).pixmap(64, 64));
+    appIcon->setAlignment(Qt::AlignHCenter);
+    steps->addWidget(appIcon);
+    steps->addSpacing(8);
     for (OnboardingPage* page :
          {static_cast<OnboardingPage*>(m_welcome), static_cast<OnboardingPage*>(m_requirements),
           static_cast<OnboardingPage*>(m_synchronisation), static_cast<OnboardingPage*>(m_done)}) {
