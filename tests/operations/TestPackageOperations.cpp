@@ -275,59 +275,42 @@ void TestPackageOperations::commands_data()
 {
     QTest::addColumn<QString>("operation");
     QTest::addColumn<QString>("token");
-    QTest::addColumn<QStringList>("folders");  // the app and font folders handed to the operation, empty when unset
-    QTest::addColumn<QString>("confirmation"); // the confirming button expected, empty when nothing is asked
-    QTest::addColumn<QString>("panelStart");   // where the folder panel opens, empty when none is expected
+    QTest::addColumn<QStringList>("folders"); // the app and font folders handed to the operation, empty when unset
+    QTest::addColumn<QString>("panelStart");  // where the folder panel opens, empty when none is expected
     QTest::addColumn<QStringList>("command");
-    QTest::addColumn<QString>("action");
-    QTest::addColumn<QStringList>("logLines"); // at the start and at the end
-    QTest::addColumn<QVariantList>("after");   // installed, outdated, and an app's version
+    QTest::addColumn<QVariantList>("after"); // installed, outdated, and an app's version
 
     const auto row = [](const char* name, const char* operation, const char* token, const QStringList& folders,
-                        const char* confirmation, const QString& panelStart, const QStringList& command,
-                        const char* action, const QStringList& logLines, const QVariantList& after) {
-        QTest::newRow(name) << QString(operation) << QString(token) << folders << QString(confirmation) << panelStart
-                            << command << QString(action) << logLines << after;
+                        const QString& panelStart, const QStringList& command, const QVariantList& after) {
+        QTest::newRow(name) << QString(operation) << QString(token) << folders << panelStart << command << after;
     };
     const QStringList none{"", ""};
     const QString apps = applicationsFolder;
     const QString fonts = fontsFolder;
-    row("app install", "install", "opera", none, "", "", {"install", "--cask", "opera"}, "Install",
-        {"Installing opera", "opera app installed"}, {true, false, "134.0.5954.46"});
-    row("app install with both folders", "install", "opera", {"/Volumes/My Apps", "/Volumes/Fonts=1"}, "", "",
-        {"install", "--cask", "opera", "--appdir", "/Volumes/My Apps", "--fontdir", "/Volumes/Fonts=1"}, "Install",
-        {"Installing opera", "opera app installed"}, {true, false, "134.0.5954.46"});
-    row("app install with a fonts folder only", "install", "opera", {"", "/Volumes/Fonts"}, "", "",
-        {"install", "--cask", "opera", "--fontdir", "/Volumes/Fonts"}, "Install",
-        {"Installing opera", "opera app installed"}, {true, false, "134.0.5954.46"});
-    row("app install in a folder", "installInFolder", "opera", none, "", apps,
-        {"install", "--cask", "opera", "--appdir", "/chosen"}, "Install", {"Installing opera", "opera app installed"},
-        {true, false, "134.0.5954.46"});
-    row("font install in a folder", "installInFolder", "font-fredoka", none, "", fonts,
-        {"install", "--cask", "font-fredoka", "--fontdir", "/chosen"}, "Install",
-        {"Installing font-fredoka", "font-fredoka app installed"}, {true, false, "latest"});
-    row("app uninstall", "uninstall", "dropbox", none, "Uninstall", "", {"uninstall", "--cask", "dropbox"}, "Uninstall",
-        {"Uninstalling dropbox", "dropbox app uninstalled"}, {false, false, ""});
-    row("app upgrade", "upgrade", "firezone", none, "", "", {"upgrade", "--cask", "firezone"}, "Upgrade",
-        {"Upgrading firezone", "firezone app upgraded"}, {true, false, "1.5.18"});
-    row("app reinstall", "reinstall", "dropbox", none, "Reinstall", "", {"reinstall", "--cask", "dropbox"}, "Reinstall",
-        {"Reinstalling dropbox", "dropbox app reinstalled"}, {true, false, "264.0"});
-    row("app reinstall with both folders", "reinstall", "dropbox", {"/A", "/F"}, "Reinstall", "",
-        {"reinstall", "--cask", "dropbox", "--appdir", "/A", "--fontdir", "/F"}, "Reinstall",
-        {"Reinstalling dropbox", "dropbox app reinstalled"}, {true, false, "264.0"});
-    row("app move", "move", "firezone", none, "Move", apps, {"reinstall", "--cask", "firezone", "--appdir", "/chosen"},
-        "Reinstall", {"Moving firezone", "firezone app moved"}, {true, true, "1.5.0"});
-    row("font move", "move", "font-jost", none, "Move", fonts,
-        {"reinstall", "--cask", "font-jost", "--fontdir", "/chosen"}, "Reinstall",
-        {"Moving font-jost", "font-jost app moved"}, {true, false, "1"});
-    row("script install", "install", "fzf", none, "", "", {"install", "--formula", "fzf"}, "Install",
-        {"Installing fzf", "fzf script installed"}, {true, false});
-    row("script uninstall", "uninstall", "go", none, "Uninstall", "", {"uninstall", "--formula", "go"}, "Uninstall",
-        {"Uninstalling go", "go script uninstalled"}, {false, false});
-    row("script upgrade", "upgrade", "gh", none, "", "", {"upgrade", "--formula", "gh"}, "Upgrade",
-        {"Upgrading gh", "gh script upgraded"}, {true, false});
-    row("script reinstall", "reinstall", "cmake", none, "Reinstall", "", {"reinstall", "--formula", "cmake"},
-        "Reinstall", {"Reinstalling cmake", "cmake script reinstalled"}, {true, false});
+    const QVariantList opera{true, false, "134.0.5954.46"};
+    const QVariantList dropbox{true, false, "264.0"};
+    row("app install", "install", "opera", none, "", {"install", "--cask", "opera"}, opera);
+    row("app install with both folders", "install", "opera", {"/Volumes/My Apps", "/Volumes/Fonts=1"}, "",
+        {"install", "--cask", "opera", "--appdir", "/Volumes/My Apps", "--fontdir", "/Volumes/Fonts=1"}, opera);
+    row("app install with a fonts folder only", "install", "opera", {"", "/Volumes/Fonts"}, "",
+        {"install", "--cask", "opera", "--fontdir", "/Volumes/Fonts"}, opera);
+    row("app install in a folder", "installInFolder", "opera", none, apps,
+        {"install", "--cask", "opera", "--appdir", "/chosen"}, opera);
+    row("font install in a folder", "installInFolder", "font-fredoka", none, fonts,
+        {"install", "--cask", "font-fredoka", "--fontdir", "/chosen"}, {true, false, "latest"});
+    row("app uninstall", "uninstall", "dropbox", none, "", {"uninstall", "--cask", "dropbox"}, {false, false, ""});
+    row("app upgrade", "upgrade", "firezone", none, "", {"upgrade", "--cask", "firezone"}, {true, false, "1.5.18"});
+    row("app reinstall", "reinstall", "dropbox", none, "", {"reinstall", "--cask", "dropbox"}, dropbox);
+    row("app reinstall with both folders", "reinstall", "dropbox", {"/A", "/F"}, "",
+        {"reinstall", "--cask", "dropbox", "--appdir", "/A", "--fontdir", "/F"}, dropbox);
+    row("app move", "move", "firezone", none, apps, {"reinstall", "--cask", "firezone", "--appdir", "/chosen"},
+        {true, true, "1.5.0"});
+    row("font move", "move", "font-jost", none, fonts, {"reinstall", "--cask", "font-jost", "--fontdir", "/chosen"},
+        {true, false, "1"});
+    row("script install", "install", "fzf", none, "", {"install", "--formula", "fzf"}, {true, false});
+    row("script uninstall", "uninstall", "go", none, "", {"uninstall", "--formula", "go"}, {false, false});
+    row("script upgrade", "upgrade", "gh", none, "", {"upgrade", "--formula", "gh"}, {true, false});
+    row("script reinstall", "reinstall", "cmake", none, "", {"reinstall", "--formula", "cmake"}, {true, false});
 }
 
 // One request for one record: exactly the documented command, then (for apps) the documented re-read, with the
@@ -337,12 +320,22 @@ void TestPackageOperations::commands()
     QFETCH(QString, operation);
     QFETCH(QString, token);
     QFETCH(QStringList, folders);
-    QFETCH(QString, confirmation);
     QFETCH(QString, panelStart);
     QFETCH(QStringList, command);
-    QFETCH(QString, action);
-    QFETCH(QStringList, logLines);
     QFETCH(QVariantList, after);
+
+    // Per operation: the activity's action, the confirming button (empty when nothing is asked), and the log
+    // lines' verbs at the start and at the end.
+    const QHash<QString, QStringList> words{
+        {u"install"_s, {"Install", "", "Installing", "installed"}},
+        {u"installInFolder"_s, {"Install", "", "Installing", "installed"}},
+        {u"uninstall"_s, {"Uninstall", "Uninstall", "Uninstalling", "uninstalled"}},
+        {u"upgrade"_s, {"Upgrade", "", "Upgrading", "upgraded"}},
+        {u"reinstall"_s, {"Reinstall", "Reinstall", "Reinstalling", "reinstalled"}},
+        {u"move"_s, {"Reinstall", "Move", "Moving", "moved"}},
+    };
+    const QString action = words.value(operation).value(0);
+    const QString confirmation = words.value(operation).value(1);
 
     World world;
     QVERIFY(world.setUp());
@@ -392,8 +385,9 @@ void TestPackageOperations::commands()
     }
 
     const QList<LogCapture::Line> lines = log.lines();
-    const qsizetype begun = indexOf(lines, logLines.at(0));
-    const qsizetype done = indexOf(lines, logLines.at(1));
+    const QString kind = app ? u"app"_s : u"script"_s;
+    const qsizetype begun = indexOf(lines, words.value(operation).value(2) + u' ' + token);
+    const qsizetype done = indexOf(lines, u"%1 %2 %3"_s.arg(token, kind, words.value(operation).value(3)));
     QVERIFY2(begun >= 0 && begun < done, qPrintable(log.texts().join(u'\n')));
     QCOMPARE(lines.at(begun).type, QtInfoMsg);
     QCOMPARE(lines.at(done).type, QtInfoMsg);

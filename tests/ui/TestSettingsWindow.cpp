@@ -7,12 +7,10 @@
 #include "catalogue/CoreDataManager.h"
 #include "catalogue/HomebrewSources.h"
 #include "catalogue/Synchronisation.h"
-#include "catalogue/Tap.h"
 #include "diagnostics/Analytics.h"
 #include "foundation/Defaults.h"
 #include "foundation/HttpClient.h"
 #include "foundation/PreferenceKeys.h"
-#include "operations/DefaultTaps.h"
 #include "operations/Maintenance.h"
 #include "operations/Repositories.h"
 #include "ui/AddRepositorySheet.h"
@@ -129,6 +127,16 @@ void clickCheckBox(QAbstractButton* box)
     QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(4, box->height() / 2));
 }
 
+// Shown and exposed, on the given tab when one is named (before exposure, as a restored window would be).
+bool exposed(SettingsWindowController& window, int tab = -1)
+{
+    window.show();
+    if (tab >= 0) {
+        window.setCurrentTab(tab);
+    }
+    return QTest::qWaitForWindowExposed(&window);
+}
+
 } // namespace
 
 class TestSettingsWindow : public QObject {
@@ -138,8 +146,8 @@ private Q_SLOTS:
     void initTestCase();
     void tabs_data();
     void tabs();
-    void restoresTheRememberedTab_data();
-    void restoresTheRememberedTab();
+    void unusableTabIndexShowsGeneral_data();
+    void unusableTabIndexShowsGeneral();
     void remembersTheChosenTab_data();
     void remembersTheChosenTab();
     void appearance_data();
@@ -181,35 +189,28 @@ void TestSettingsWindow::initTestCase()
 void TestSettingsWindow::tabs_data()
 {
     QTest::addColumn<int>("index");
-    QTest::addColumn<QString>("label");
-    QTest::addColumn<QString>("icon");
+    QTest::addColumn<QString>("label"); // the icon is named after it, in lower case
 
-    QTest::newRow("general") << 0 << "General"
-                             << "Icons/Settings/general";
-    QTest::newRow("repositories") << 1 << "Repositories"
-                                  << "Icons/Settings/repositories";
-    QTest::newRow("maintenance") << 2 << "Maintenance"
-                                 << "Icons/Settings/maintenance";
-    QTest::newRow("advanced") << 3 << "Advanced"
-                              << "Icons/Settings/advanced";
+    QTest::newRow("general") << 0 << "General";
+    QTest::newRow("repositories") << 1 << "Repositories";
+    QTest::newRow("maintenance") << 2 << "Maintenance";
+    QTest::newRow("advanced") << 3 << "Advanced";
 }
 
 void TestSettingsWindow::tabs()
 {
     QFETCH(int, index);
     QFETCH(QString, label);
-    QFETCH(QString, icon);
 
     World world(githubApi());
     SettingsWindowController window(world.context());
     QCOMPARE(window.tabWidget()->count(), 4);
     QCOMPARE(window.tabLabel(index), label);
-    QVERIFY(AssetIcons::contains(icon));
+    QVERIFY(AssetIcons::contains("Icons/Settings/" + label.toLower()));
     QVERIFY(!window.tabWidget()->tabIcon(index).isNull());
 
     // What screenshots rely on: any tab can be brought forward and the window drawn offscreen.
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(exposed(window));
     window.setCurrentTab(index);
     QCOMPARE(window.currentTab(), index);
     const QPixmap picture = window.grab();
@@ -217,27 +218,18 @@ void TestSettingsWindow::tabs()
     QCOMPARE(picture.size(), window.size() * picture.devicePixelRatio());
 }
 
-void TestSettingsWindow::restoresTheRememberedTab_data()
+void TestSettingsWindow::unusableTabIndexShowsGeneral_data()
 {
     QTest::addColumn<QVariant>("stored"); // invalid: never written
-    QTest::addColumn<int>("shown");
-    QTest::addColumn<QStringList>("logged");
 
-    QTest::newRow("never chosen") << QVariant() << 0 << QStringList();
-    QTest::newRow("general") << QVariant(0) << 0 << QStringList{"Restore settings tab to: General"};
-    QTest::newRow("repositories") << QVariant(1) << 1 << QStringList{"Restore settings tab to: Repositories"};
-    QTest::newRow("maintenance") << QVariant(2) << 2 << QStringList{"Restore settings tab to: Maintenance"};
-    QTest::newRow("advanced") << QVariant(3) << 3 << QStringList{"Restore settings tab to: Advanced"};
-    QTest::newRow("one past the tabs") << QVariant(4) << 0 << QStringList();
-    QTest::newRow("far past the tabs") << QVariant(99) << 0 << QStringList();
-    QTest::newRow("negative") << QVariant(-1) << 0 << QStringList();
+    QTest::newRow("never chosen") << QVariant();
+    QTest::newRow("one past the tabs") << QVariant(4);
+    QTest::newRow("negative") << QVariant(-1);
 }
 
-void TestSettingsWindow::restoresTheRememberedTab()
+void TestSettingsWindow::unusableTabIndexShowsGeneral()
 {
     QFETCH(QVariant, stored);
-    QFETCH(int, shown);
-    QFETCH(QStringList, logged);
 
     World world(githubApi());
     if (stored.isValid()) {
@@ -245,11 +237,10 @@ void TestSettingsWindow::restoresTheRememberedTab()
     }
     LogCapture log;
     SettingsWindowController window(world.context());
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(exposed(window));
 
-    QCOMPARE(window.currentTab(), shown);
-    QCOMPARE(infoLines(log).filter("Restore settings tab"), logged);
+    QCOMPARE(window.currentTab(), 0);
+    QCOMPARE(log.texts().filter("Restore settings tab"), QStringList());
     // An ignored index is left as it was, not overwritten by the window.
     QCOMPARE(world.defaults.isWritten(PreferenceKeys::SettingsSelectedTabIndex), stored.isValid());
     if (stored.isValid()) {
@@ -277,8 +268,7 @@ void TestSettingsWindow::remembersTheChosenTab()
     world.defaults.setValue(PreferenceKeys::SettingsSelectedTabIndex, chosen == 0 ? 2 : 0);
     {
         SettingsWindowController window(world.context());
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QVERIFY(exposed(window));
         QTabBar* bar = window.tabWidget()->tabBar();
         QTest::mouseClick(bar, Qt::LeftButton, {}, bar->tabRect(chosen).center());
         QCOMPARE(window.currentTab(), chosen);
@@ -287,10 +277,9 @@ void TestSettingsWindow::remembersTheChosenTab()
 
     LogCapture log;
     SettingsWindowController reopened(world.context());
-    reopened.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&reopened));
+    QVERIFY(exposed(reopened));
     QCOMPARE(reopened.currentTab(), chosen);
-    QCOMPARE(log.texts().filter("Restore settings tab"), QStringList{"Restore settings tab to: " + label});
+    QCOMPARE(infoLines(log).filter("Restore settings tab"), QStringList{"Restore settings tab to: " + label});
 
     // The tab follows the preference while the window is open, too.
     const int other = (chosen + 1) % 4;
@@ -324,8 +313,7 @@ void TestSettingsWindow::appearance()
     world.defaults.setValue(PreferenceKeys::Appearance, before);
     Appearance::apply(Appearance::fromValue(before));
     SettingsWindowController window(world.context());
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(exposed(window));
     SettingsGeneralViewController* general = window.generalViewController();
     QVERIFY(general->appearanceButton(Appearance::fromValue(before))->isChecked());
     LogCapture log;
@@ -363,8 +351,7 @@ void TestSettingsWindow::preferenceCheckBoxes()
     World world(githubApi());
     world.defaults.registerDefaults({{key, registered}});
     SettingsWindowController window(world.context());
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(exposed(window));
     auto* box = window.generalViewController()->findChild<PreferenceCheckBox*>(key);
     QVERIFY(box);
     QCOMPARE(box->isChecked(), registered);
@@ -396,11 +383,12 @@ void TestSettingsWindow::synchronisation()
     World world(githubApi());
     QVERIFY(world.simulate(QJsonObject{{"faults", faults}}));
     SettingsWindowController window(world.context());
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(exposed(window));
     SettingsGeneralSyncViewController* sync = window.generalViewController()->syncViewController();
-    QVERIFY(sync->syncButton()->isEnabled());
-    QVERIFY(sync->fastSyncButton()->isEnabled());
+    const auto buttonsEnabled = [sync] {
+        return std::pair(sync->syncButton()->isEnabled(), sync->fastSyncButton()->isEnabled());
+    };
+    QCOMPARE(buttonsEnabled(), std::pair(true, true));
     QCOMPARE(sync->lastSyncLabel()->text(), "Never");
     QCOMPARE(sync->lastFastSyncLabel()->text(), "Never");
     QSignalSpy finished(&world.synchronisation, &Synchronisation::finished);
@@ -409,13 +397,11 @@ void TestSettingsWindow::synchronisation()
 
     // No second pass can be asked for while one runs.
     QVERIFY(sync->isProcessing());
-    QVERIFY(!sync->syncButton()->isEnabled());
-    QVERIFY(!sync->fastSyncButton()->isEnabled());
+    QCOMPARE(buttonsEnabled(), std::pair(false, false));
     QCOMPARE(sync->progressLabel()->text(), "Synchronising repositories...");
 
     QVERIFY(finished.wait(finishTimeout));
-    QVERIFY(sync->syncButton()->isEnabled());
-    QVERIFY(sync->fastSyncButton()->isEnabled());
+    QCOMPARE(buttonsEnabled(), std::pair(true, true));
     QCOMPARE(sync->progressLabel()->text(), endLabel);
     const bool succeeded = faults.isEmpty();
     QCOMPARE(sync->progressBar()->value(), sync->progressBar()->maximum());
@@ -449,9 +435,7 @@ void TestSettingsWindow::restoreAlerts()
     }
     world.defaults.setValue(PreferenceKeys::AllowDataCollection, true);
     SettingsWindowController window(world.context());
-    window.show();
-    window.setCurrentTab(SettingsWindowController::AdvancedTab);
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(exposed(window, SettingsWindowController::AdvancedTab));
     SettingsAdvancedViewController* advanced = window.advancedViewController();
     QCOMPARE(advanced->restoreAlertsMessage()->text(), QString());
 
@@ -475,8 +459,7 @@ void TestSettingsWindow::diagnosticInformation()
     SettingsWindowController window(world.context());
     SettingsAdvancedViewController* advanced = window.advancedViewController();
     QSignalSpy shown(advanced, &SettingsAdvancedViewController::diagnosticInformationShown);
-    window.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(exposed(window));
     QVERIFY(shown.count() == 1 || shown.wait(finishTimeout));
 
     QPlainTextEdit* view = advanced->diagnosticInformationView();
@@ -560,9 +543,7 @@ void TestSettingsWindow::addsThroughTheSheet()
     World world(githubApi());
     QVERIFY(world.simulate());
     SettingsWindowController window(world.context());
-    window.show();
-    window.setCurrentTab(SettingsWindowController::RepositoriesTab);
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(exposed(window, SettingsWindowController::RepositoriesTab));
     SettingsRepositoriesViewController* tab = window.repositoriesViewController();
     QCOMPARE(column(tab->repositoriesList(), 0), QStringList());
     QVERIFY(tab->progressLabel()->isHidden());
@@ -607,9 +588,7 @@ void TestSettingsWindow::removesAfterConfirmation()
     QVERIFY(world.seedTap(toolsTap));
     QVERIFY(world.seedTap("homebrew/core"));
     SettingsWindowController window(world.context());
-    window.show();
-    window.setCurrentTab(SettingsWindowController::RepositoriesTab);
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(exposed(window, SettingsWindowController::RepositoriesTab));
     SettingsRepositoriesViewController* tab = window.repositoriesViewController();
     QCOMPARE(column(tab->repositoriesList(), 0), (QStringList{"homebrew/core", toolsTap}));
     // An official repository is described by the program itself.
@@ -654,9 +633,7 @@ void TestSettingsWindow::officialRepositories()
     QVERIFY(world.simulate());
     QVERIFY(world.seedTap("homebrew/core"));
     SettingsWindowController window(world.context());
-    window.show();
-    window.setCurrentTab(SettingsWindowController::RepositoriesTab);
-    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QVERIFY(exposed(window, SettingsWindowController::RepositoriesTab));
     SettingsRepositoriesViewController* tab = window.repositoriesViewController();
     QTreeWidget* official = tab->officialList();
 

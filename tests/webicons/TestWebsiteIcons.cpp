@@ -18,18 +18,7 @@ using namespace std::chrono_literals;
 namespace {
 
 const QByteArray pngSignature("\x89PNG\r\n\x1a\n", 8);
-
-quint32 crc32(QByteArrayView data)
-{
-    quint32 crc = 0xFFFFFFFFu;
-    for (const char byte : data) {
-        crc ^= quint8(byte);
-        for (int bit = 0; bit < 8; ++bit) {
-            crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-        }
-    }
-    return ~crc;
-}
+const QByteArray pngHeader = pngSignature + QByteArray("\0\0\0\x0dIHDR", 8);
 
 QByteArray bigEndian(quint32 value)
 {
@@ -38,64 +27,22 @@ QByteArray bigEndian(quint32 value)
     return bytes;
 }
 
-QByteArray pngChunk(const char* type, const QByteArray& data)
-{
-    const QByteArray typed = QByteArray(type) + data;
-    return bigEndian(quint32(data.size())) + typed + bigEndian(crc32(typed));
-}
-
-// A real, minimal PNG: 8-bit greyscale, every row one shade.
+// Just what the injected decoder reads of a PNG: the header chunk with the size and the end chunk. The service
+// never looks into the bytes itself, so checksums and pixels would prove nothing here.
 QByteArray png(int width, int height)
 {
-    QByteArray pixels;
-    for (int row = 0; row < height; ++row) {
-        pixels += '\0'; // no filter
-        pixels += QByteArray(width, char(row));
-    }
-    const QByteArray header = bigEndian(quint32(width)) + bigEndian(quint32(height)) + QByteArray("\x08\0\0\0\0", 5);
-    // qCompress gives a zlib stream behind the length that qUncompress wants.
-    return pngSignature + pngChunk("IHDR", header) + pngChunk("IDAT", qCompress(pixels).mid(4)) + pngChunk("IEND", {});
+    return pngHeader + bigEndian(quint32(width)) + bigEndian(quint32(height)) + QByteArray("\x08\0\0\0\0", 5) +
+           QByteArray(8, '\0') + "IEND" + QByteArray(4, '\0');
 }
 
-// Decodes what png() makes, checking what a real decoder checks: signature, chunk checksums, the header first and
-// image data that inflates to exactly the rows the header announces.
+// The size png() wrote; none for other bytes or an image cut off before its end.
 std::optional<QSize> decodePng(const QByteArray& bytes)
 {
-    if (!bytes.startsWith(pngSignature)) {
+    if (!bytes.startsWith(pngHeader) || bytes.indexOf("IEND", pngHeader.size() + 17) < 0) {
         return std::nullopt;
     }
-    qsizetype at = pngSignature.size();
-    QSize size;
-    QByteArray compressed;
-    while (at + 12 <= bytes.size()) {
-        const auto length = qsizetype(qFromBigEndian<quint32>(bytes.constData() + at));
-        if (at + 12 + length > bytes.size()) {
-            return std::nullopt;
-        }
-        const QByteArrayView typed(bytes.constData() + at + 4, length + 4);
-        if (qFromBigEndian<quint32>(bytes.constData() + at + 8 + length) != crc32(typed)) {
-            return std::nullopt;
-        }
-        const QByteArrayView type = typed.first(4);
-        const QByteArrayView data = typed.sliced(4);
-        if (size.isEmpty() && type != "IHDR") {
-            return std::nullopt;
-        }
-        if (type == "IHDR") {
-            if (length != 13 || data[8] != 8 || data[9] != 0) {
-                return std::nullopt;
-            }
-            size = QSize(int(qFromBigEndian<quint32>(data.data())), int(qFromBigEndian<quint32>(data.data() + 4)));
-        } else if (type == "IDAT") {
-            compressed += data;
-        } else if (type == "IEND") {
-            const qsizetype expected = qsizetype(size.height()) * (size.width() + 1);
-            const QByteArray pixels = qUncompress(bigEndian(quint32(expected)) + compressed);
-            return pixels.size() == expected ? std::optional(size) : std::nullopt;
-        }
-        at += 12 + length;
-    }
-    return std::nullopt;
+    const auto edge = [&](int at) { return int(qFromBigEndian<quint32>(bytes.constData() + at)); };
+    return QSize(edge(pngHeader.size()), edge(pngHeader.size() + 4));
 }
 
 struct Reply {
@@ -107,7 +54,7 @@ struct Reply {
 
 // One website on its own loopback port (so on its own cache key), answering from fixed replies and recording the
 // paths it is asked for. Replies are written "path -> what": "html <markup>", "json <text>", "text <text>",
-// "png WxH", "bigpng WxH BYTES" (padded behind the image), "404", "302 /target".
+// "png WxH" or "png WxH BYTES" (zeros after the image up to that size), "404", "302 /target".
 class Site {
 public:
     Site()
@@ -155,12 +102,9 @@ public:
         } else if (kind == u"text") {
             reply = {200, "image/png", rest.toUtf8(), {}};
         } else if (kind == u"png") {
-            const QSize pixels = size(rest);
-            reply = {200, "image/png", png(pixels.width(), pixels.height()), {}};
-        } else if (kind == u"bigpng") {
             const QSize pixels = size(rest.section(u' ', 0, 0));
             const QByteArray image = png(pixels.width(), pixels.height());
-            reply = {200, "image/png", image + QByteArray(rest.section(u' ', 1).toInt() - image.size(), '\0'), {}};
+            reply = {200, "image/png", image.leftJustified(rest.section(u' ', 1).toInt(), '\0'), {}};
         } else if (kind.startsWith(u'3')) {
             const QByteArray target = url(rest).toEncoded();
             reply = {kind.toInt(), "text/html", "moved", target};
@@ -200,9 +144,8 @@ private:
     QList<int> m_observed;
 };
 
-QString errorCode(const QList<QVariant>& failure)
+QString errorCode(const Error& error)
 {
-    const Error error = failure.at(1).value<Error>();
     switch (error.code()) {
     case WebsiteIcons::invalidWebsite:
         return u"invalidWebsite"_s;
@@ -212,6 +155,30 @@ QString errorCode(const QList<QVariant>& failure)
         return u"noIcon"_s;
     }
     return u"code %1"_s.arg(error.code());
+}
+
+struct Answer {
+    QString site;
+    QByteArray icon; // empty when it failed
+    QString failure; // the error code's name, empty for an icon
+    QString description;
+};
+
+// Asks for an icon and waits for its one answer. None when the answer came before request() returned (even the
+// cache answers later, so that callers can connect after asking) or never came.
+std::optional<Answer> ask(WebsiteIcons& icons, const QUrl& website, int size)
+{
+    QSignalSpy ready(&icons, &WebsiteIcons::iconReady);
+    QSignalSpy failed(&icons, &WebsiteIcons::failed);
+    icons.request(website, size);
+    if (ready.size() + failed.size() != 0 || !QTest::qWaitFor([&] { return ready.size() + failed.size() > 0; })) {
+        return std::nullopt;
+    }
+    if (!ready.isEmpty()) {
+        return Answer{ready[0][0].toString(), ready[0][1].toByteArray(), {}, {}};
+    }
+    const Error error = failed[0][1].value<Error>();
+    return Answer{failed[0][0].toString(), {}, errorCode(error), error.description()};
 }
 
 } // namespace
@@ -238,8 +205,6 @@ private Q_SLOTS:
     void slowSitesTimeOutWithoutFreezing();
     void requestsAtOnceAreLimited();
     void requestsForOneSiteShareTheWork();
-    void invalidWebsites_data();
-    void invalidWebsites();
     void siteOf_data();
     void siteOf();
 
@@ -262,10 +227,7 @@ void TestWebsiteIcons::testDecoderIsReal()
 {
     // The decoder the other tests inject must tell images from other bytes, or they would prove nothing.
     QCOMPARE(decodePng(png(48, 32)).value_or(QSize()), QSize(48, 32));
-    QByteArray damaged = png(48, 32);
-    damaged[damaged.size() / 2] = char(damaged[damaged.size() / 2] ^ 0x55);
-    QVERIFY(!decodePng(damaged));
-    QVERIFY(!decodePng(png(48, 32).chopped(12)));
+    QVERIFY(!decodePng(png(48, 32).chopped(8)));
     QVERIFY(!decodePng("<html>not found</html>"));
 }
 
@@ -327,11 +289,11 @@ void TestWebsiteIcons::chosenIcon_data()
         << 64 << "icon /assets/v2/i.png" << QStringList{"/", "/assets/v2/i.png"};
     QTest::newRow("an icon above the size limit is passed over")
         << QStringList{u"/ -> html <link rel=icon sizes=256x256 href=/huge.png><link rel=icon href=/small.png>"_s,
-                       u"/huge.png -> bigpng 256x256 1100000"_s, u"/small.png -> png 16x16"_s}
+                       u"/huge.png -> png 256x256 1100000"_s, u"/small.png -> png 16x16"_s}
         << 64 << "icon /small.png" << QStringList{"/", "/huge.png", "/small.png"};
     QTest::newRow("an icon just under the size limit is taken")
         << QStringList{u"/ -> html <link rel=icon sizes=256x256 href=/large.png>"_s,
-                       u"/large.png -> bigpng 256x256 1048576"_s}
+                       u"/large.png -> png 256x256 1048576"_s}
         << 64 << "icon /large.png" << QStringList{"/", "/large.png"};
     QTest::newRow("a page that is not HTML")
         << QStringList{u"/ -> text \x89PNG\r\n\x1a\n\0\0"_s, u"/favicon.ico -> png 16x16"_s} << 64
@@ -349,20 +311,11 @@ void TestWebsiteIcons::chosenIcon()
     QVERIFY(server.listening());
     server.serve(site);
     auto icons = makeIcons();
-    QSignalSpy ready(icons.get(), &WebsiteIcons::iconReady);
-    QSignalSpy failed(icons.get(), &WebsiteIcons::failed);
-
-    icons->request(server.url(u"/"_s), size);
-    QTRY_COMPARE(ready.size() + failed.size(), 1);
-    if (expected.startsWith(u"icon ")) {
-        QCOMPARE(ready.size(), 1);
-        QCOMPARE(ready[0][0].toString(), server.key());
-        QCOMPARE(ready[0][1].toByteArray(), server.body(expected.mid(5)));
-    } else {
-        QVERIFY(failed.size() == 1);
-        QCOMPARE(failed[0][0].toString(), server.key());
-        QCOMPARE(u"failed "_s + errorCode(failed[0]), expected);
-    }
+    const std::optional<Answer> answer = ask(*icons, server.url(u"/"_s), size);
+    QVERIFY(answer);
+    QCOMPARE(answer->site, server.key());
+    QCOMPARE(answer->icon, expected.startsWith(u"icon ") ? server.body(expected.mid(5)) : QByteArray());
+    QCOMPARE(answer->failure, expected.startsWith(u"failed ") ? expected.mid(7) : QString());
     QCOMPARE(server.requests(), requests);
     QCOMPARE(icons->requestsInFlight(), 0);
 }
@@ -384,46 +337,30 @@ void TestWebsiteIcons::outcomesAreRemembered()
     Site server;
     QVERIFY(server.listening());
     server.serve(site);
-    const auto askAndWait = [&server](WebsiteIcons& icons) -> QList<QVariant> {
-        QSignalSpy ready(&icons, &WebsiteIcons::iconReady);
-        QSignalSpy failed(&icons, &WebsiteIcons::failed);
-        icons.request(server.url(u"/some/page"_s), 32);
-        // The answer comes later even from the cache, so that callers can connect after asking.
-        if (ready.size() + failed.size() != 0) {
-            return {};
-        }
-        if (!QTest::qWaitFor([&] { return ready.size() + failed.size() > 0; })) {
-            return {};
-        }
-        return ready.isEmpty() ? failed.takeFirst() : ready.takeFirst();
-    };
-
+    const QUrl page = server.url(u"/some/page"_s);
     auto icons = makeIcons();
-    const QList<QVariant> first = askAndWait(*icons);
-    QCOMPARE(first.size(), 2);
+    const std::optional<Answer> first = ask(*icons, page, 32);
+    QVERIFY(first);
+    QCOMPARE(first->failure, found ? QString() : u"noIcon"_s);
     const QStringList asked = server.requests();
     QCOMPARE(asked.size(), 2); // the page, then /favicon.ico
 
     // The same service, then another one over the same cache folder (as at the next start): no HTTP at all.
-    const QList<QVariant> again = askAndWait(*icons);
+    const std::optional<Answer> again = ask(*icons, page, 32);
     auto nextRun = makeIcons();
-    const QList<QVariant> afterRestart = askAndWait(*nextRun);
+    const std::optional<Answer> afterRestart = ask(*nextRun, page, 32);
     QCOMPARE(server.requests(), asked);
-    for (const QList<QVariant>& answer : {again, afterRestart}) {
-        QCOMPARE(answer.size(), 2);
-        QCOMPARE(answer[0].toString(), server.key());
-        if (found) {
-            QCOMPARE(answer[1].toByteArray(), first[1].toByteArray());
-        } else {
-            QCOMPARE(answer[1].value<Error>().code(), int(WebsiteIcons::noIcon));
-        }
+    for (const std::optional<Answer>& answer : {again, afterRestart}) {
+        QVERIFY(answer);
+        QCOMPARE(answer->site, server.key());
+        QCOMPARE(answer->icon, first->icon);
+        QCOMPARE(answer->failure, first->failure);
     }
 
     // Once the remembered outcome has expired, the site is asked again.
     nextRun->cache().setIconLifetime(0s);
     nextRun->cache().setFailureLifetime(0s);
-    const QList<QVariant> expired = askAndWait(*nextRun);
-    QCOMPARE(expired.size(), 2);
+    QVERIFY(ask(*nextRun, page, 32));
     QCOMPARE(server.requests(), asked + asked);
 }
 
@@ -449,31 +386,24 @@ void TestWebsiteIcons::redirects()
 
     Site server;
     QVERIFY(server.listening());
-    QStringList expectedRequests;
     for (int hop = hops; hop > 0; --hop) {
         server.serve(u"/hop/%1"_s.arg(hop), u"302 /hop/%1"_s.arg(hop - 1));
     }
     server.serve({u"/hop/0 -> html <link rel=icon href=icon.png>"_s, u"/hop/icon.png -> png 24x24"_s});
     auto icons = makeIcons();
-    QCOMPARE(icons->maxRedirects(), 3);
     if (limit >= 0) {
         icons->setMaxRedirects(limit);
     }
-    QSignalSpy ready(icons.get(), &WebsiteIcons::iconReady);
-    QSignalSpy failed(icons.get(), &WebsiteIcons::failed);
-    icons->request(server.url(u"/hop/%1"_s.arg(hops)), 32);
-    QTRY_COMPARE(ready.size() + failed.size(), 1);
-
-    QCOMPARE(ready.size(), found ? 1 : 0);
-    const int followed = std::min(hops, icons->maxRedirects());
-    for (int hop = hops; hop >= hops - followed; --hop) {
+    const std::optional<Answer> answer = ask(*icons, server.url(u"/hop/%1"_s.arg(hops)), 32);
+    QVERIFY(answer);
+    // A site that redirects without end is not asked for its favicon either.
+    QCOMPARE(answer->failure, found ? QString() : u"unreachable"_s);
+    QStringList expectedRequests;
+    for (int hop = hops; hop >= hops - std::min(hops, limit >= 0 ? limit : 3); --hop) {
         expectedRequests.append(u"/hop/%1"_s.arg(hop));
     }
     if (found) {
         expectedRequests.append(u"/hop/icon.png"_s);
-    } else {
-        // A site that redirects without end is not asked for its favicon either.
-        QCOMPARE(errorCode(failed[0]), u"unreachable");
     }
     QCOMPARE(server.requests(), expectedRequests);
 }
@@ -499,33 +429,25 @@ void TestWebsiteIcons::slowSitesTimeOutWithoutFreezing()
 
     auto icons = makeIcons();
     icons->setTimeout(300ms);
-    QSignalSpy ready(icons.get(), &WebsiteIcons::iconReady);
-    QSignalSpy failed(icons.get(), &WebsiteIcons::failed);
+    // request() only starts the work; the waiting happens in the event loop, which keeps serving the timer.
     int ticks = 0;
     int ticksAtAnswer = -1;
     QTimer ticker;
     connect(&ticker, &QTimer::timeout, this, [&ticks] { ++ticks; });
-    const auto noteAnswer = [&] { ticksAtAnswer = ticks; };
-    connect(icons.get(), &WebsiteIcons::iconReady, this, noteAnswer);
-    connect(icons.get(), &WebsiteIcons::failed, this, noteAnswer);
+    connect(icons.get(), &WebsiteIcons::iconReady, this, [&] { ticksAtAnswer = ticks; });
+    connect(icons.get(), &WebsiteIcons::failed, this, [&] { ticksAtAnswer = ticks; });
     ticker.start(10);
 
-    icons->request(pageAnswers ? server.url(u"/"_s) : silent.url(u"/"_s), 64);
-    // request() only starts the work; the waiting happens in the event loop, which keeps serving the timer.
-    QCOMPARE(ticksAtAnswer, -1);
-    QTRY_VERIFY(ticksAtAnswer >= 0);
+    const std::optional<Answer> answer = ask(*icons, pageAnswers ? server.url(u"/"_s) : silent.url(u"/"_s), 64);
+    QVERIFY(answer);
     QVERIFY2(ticksAtAnswer >= 5, qPrintable(QString::number(ticksAtAnswer)));
-
     if (pageAnswers) {
         // The icon that hung was given up, and the next candidate taken.
-        QCOMPARE(ready.size(), 1);
-        QCOMPARE(ready[0][1].toByteArray(), server.body(u"/favicon.ico"_s));
+        QCOMPARE(answer->icon, server.body(u"/favicon.ico"_s));
         QCOMPARE(silent.observed().size(), 1);
     } else {
-        QCOMPARE(failed.size(), 1);
-        QCOMPARE(errorCode(failed[0]), u"unreachable");
-        const QString description = failed[0][1].value<Error>().description();
-        QVERIFY2(description.contains(u"timed out after 300 ms"), qPrintable(description));
+        QCOMPARE(answer->failure, u"unreachable"_s);
+        QVERIFY2(answer->description.contains(u"timed out after 300 ms"), qPrintable(answer->description));
     }
     QCOMPARE(icons->requestsInFlight(), 0);
 }
@@ -534,7 +456,6 @@ void TestWebsiteIcons::requestsAtOnceAreLimited()
 {
     auto icons = makeIcons();
     icons->setTimeout(400ms);
-    QCOMPARE(icons->maxConcurrentRequests(), 4);
     QSignalSpy failed(icons.get(), &WebsiteIcons::failed);
 
     // Six sites that never answer: each notes how many requests had failed when it was reached.
@@ -555,11 +476,10 @@ void TestWebsiteIcons::requestsAtOnceAreLimited()
         failedWhenReached += site->observed();
     }
     std::ranges::sort(failedWhenReached);
-    QCOMPARE(failedWhenReached.size(), 6);
     // Four at once; the last two only once earlier ones had given up.
+    QCOMPARE(failedWhenReached.size(), 6);
     QCOMPARE(failedWhenReached.mid(0, 4), QList<int>(4, 0));
     QVERIFY(failedWhenReached[4] > 0);
-    QVERIFY(failedWhenReached[5] > 0);
 }
 
 void TestWebsiteIcons::requestsForOneSiteShareTheWork()
@@ -581,58 +501,29 @@ void TestWebsiteIcons::requestsForOneSiteShareTheWork()
     QCOMPARE(server.requests(), (QStringList{"/", "/i.png"}));
 }
 
-void TestWebsiteIcons::invalidWebsites_data()
-{
-    QTest::addColumn<QString>("address");
-
-    QTest::newRow("empty") << "";
-    QTest::newRow("no scheme") << "example.com";
-    QTest::newRow("no host") << "https://";
-    QTest::newRow("ftp") << "ftp://example.com/";
-    QTest::newRow("file") << "file:///etc/hosts";
-    QTest::newRow("mail") << "mailto:someone@example.com";
-}
-
-void TestWebsiteIcons::invalidWebsites()
-{
-    QFETCH(QString, address);
-
-    auto icons = makeIcons();
-    QSignalSpy failed(icons.get(), &WebsiteIcons::failed);
-    icons->request(QUrl(address), 32);
-    QCOMPARE(failed.size(), 0);
-    QTRY_COMPARE(failed.size(), 1);
-    QCOMPARE(failed[0][0].toString(), QString());
-    QCOMPARE(errorCode(failed[0]), u"invalidWebsite");
-    QVERIFY(failed[0][1].value<Error>().description().startsWith(u"Not a website address: "));
-    QCOMPARE(icons->requestsInFlight(), 0);
-    QVERIFY(!QFile::exists(m_cacheFolder->filePath(WebsiteIconCache::indexFileName)));
-}
-
 void TestWebsiteIcons::siteOf_data()
 {
     QTest::addColumn<QString>("address");
-    QTest::addColumn<QString>("site");
+    QTest::addColumn<QString>("site"); // empty: not a website, which request() refuses
 
-    QTest::newRow("host in lower case") << "https://WWW.Example.COM/Path?q=1"
-                                        << "www.example.com";
-    QTest::newRow("default http port") << "http://example.com:80/"
-                                       << "example.com";
-    QTest::newRow("default https port") << "https://example.com:443"
-                                        << "example.com";
-    QTest::newRow("https on port 80") << "https://example.com:80/"
-                                      << "example.com:80";
-    QTest::newRow("other port") << "http://example.com:8080/"
-                                << "example.com:8080";
-    QTest::newRow("international name") << u"https://bücher.example/"_s << "xn--bcher-kva.example";
-    QTest::newRow("address") << "http://127.0.0.1:1234/x"
-                             << "127.0.0.1:1234";
-    QTest::newRow("IPv6") << "https://[::1]:8443/"
-                          << "[::1]:8443";
-    QTest::newRow("not http") << "ftp://example.com/"
-                              << "";
-    QTest::newRow("relative") << "/favicon.ico"
-                              << "";
+    const auto row = [](const char* name, const QString& address, const char* site) {
+        QTest::newRow(name) << address << QString(site);
+    };
+    row("host in lower case", u"https://WWW.Example.COM/Path?q=1"_s, "www.example.com");
+    row("default http port", u"http://example.com:80/"_s, "example.com");
+    row("default https port", u"https://example.com:443"_s, "example.com");
+    row("https on port 80", u"https://example.com:80/"_s, "example.com:80");
+    row("other port", u"http://example.com:8080/"_s, "example.com:8080");
+    row("international name", u"https://bücher.example/"_s, "xn--bcher-kva.example");
+    row("address", u"http://127.0.0.1:1234/x"_s, "127.0.0.1:1234");
+    row("IPv6", u"https://[::1]:8443/"_s, "[::1]:8443");
+    row("empty", u""_s, "");
+    row("no scheme", u"example.com"_s, "");
+    row("no host", u"https://"_s, "");
+    row("ftp", u"ftp://example.com/"_s, "");
+    row("file", u"file:///etc/hosts"_s, "");
+    row("mail", u"mailto:someone@example.com"_s, "");
+    row("relative", u"/favicon.ico"_s, "");
 }
 
 void TestWebsiteIcons::siteOf()
@@ -641,6 +532,17 @@ void TestWebsiteIcons::siteOf()
     QFETCH(QString, site);
 
     QCOMPARE(WebsiteIcons::siteOf(QUrl(address)), site);
+    if (!site.isEmpty()) {
+        return;
+    }
+    auto icons = makeIcons();
+    const std::optional<Answer> answer = ask(*icons, QUrl(address), 32);
+    QVERIFY(answer);
+    QCOMPARE(answer->site, QString());
+    QCOMPARE(answer->failure, u"invalidWebsite"_s);
+    QVERIFY2(answer->description.startsWith(u"Not a website address: "), qPrintable(answer->description));
+    QCOMPARE(icons->requestsInFlight(), 0);
+    QVERIFY(!QFile::exists(m_cacheFolder->filePath(WebsiteIconCache::indexFileName)));
 }
 
 QTEST_GUILESS_MAIN(TestWebsiteIcons)
