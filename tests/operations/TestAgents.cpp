@@ -1,3 +1,4 @@
+#include "FakeAgentTools.h"
 #include "LogCapture.h"
 #include "foundation/Bundle.h"
 #include "foundation/PropertyList.h"
@@ -28,60 +29,6 @@ const QString updateExecStart = "ExecStart=\"/bin/sh\" \"-c\" \"for prefix in /o
                                 "[ -d \\\"$$prefix\\\" ]; then "
                                 "exec \\\"$$prefix/bin/brew\\\" \\\"$$@\\\"; fi; done; echo \\\"Homebrew not found\\\" "
                                 ">&2; exit 1\" \"brew\" \"update\"";
-
-// Stands in for systemctl: logs each argument vector, fails a verb when a file fail-<verb> holds the complaint, and
-// keeps which timers are enabled. Like the real one it will not enable a unit whose file is not in the user's folder.
-const QByteArray fakeSystemctl = R"SH(#!/bin/sh
-here=$(dirname "$0")
-printf '%s\n' "$*" >> "$here/systemctl.log"
-[ "$1" = "--user" ] || { echo "not a user manager call" >&2; exit 2; }
-verb=$2
-eval "unit=\${$#}"
-if [ -f "$here/fail-$verb" ]; then cat "$here/fail-$verb" >&2; exit 1; fi
-case "$verb" in
-daemon-reload) ;;
-enable)
-    [ -f "$XDG_CONFIG_HOME/systemd/user/$unit" ] || { echo "Failed to enable unit: Unit file $unit does not exist." >&2; exit 1; }
-    touch "$here/enabled-$unit" ;;
-disable)
-    [ -f "$XDG_CONFIG_HOME/systemd/user/$unit" ] || { echo "Failed to disable unit: Unit file $unit does not exist." >&2; exit 1; }
-    rm -f "$here/enabled-$unit" ;;
-is-enabled)
-    [ -f "$XDG_CONFIG_HOME/systemd/user/$unit" ] || { echo "Failed to get unit file state for $unit: No such file or directory" >&2; exit 1; }
-    if [ -f "$here/enabled-$unit" ]; then echo enabled; else echo disabled; exit 1; fi ;;
-*) echo "unexpected $verb" >&2; exit 2 ;;
-esac
-)SH";
-
-// Stands in for launchctl in the same way: loaded agents are files loaded-<label>.
-const QByteArray fakeLaunchctl = R"SH(#!/bin/sh
-here=$(dirname "$0")
-printf '%s\n' "$*" >> "$here/launchctl.log"
-verb=$1
-if [ -f "$here/fail-$verb" ]; then cat "$here/fail-$verb" >&2; exit 5; fi
-case "$verb" in
-bootstrap)
-    [ -f "$3" ] || { echo "Bootstrap failed: 2: No such file or directory" >&2; exit 5; }
-    touch "$here/loaded-$(basename "$3" .plist)" ;;
-bootout)
-    [ -f "$here/loaded-${2##*/}" ] || { echo "Boot-out failed: 3: No such process" >&2; exit 3; }
-    rm "$here/loaded-${2##*/}" ;;
-print)
-    [ -f "$here/loaded-${2##*/}" ] || { echo "Could not find service ${2##*/} in domain for port" >&2; exit 113; }
-    echo "$2 = {" ;;
-*) echo "unexpected $verb" >&2; exit 2 ;;
-esac
-)SH";
-
-bool writeFile(const QString& path, const QByteArray& content, bool executable = false)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size()) {
-        return false;
-    }
-    return !executable || file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-}
 
 QString readFile(const QString& path)
 {
@@ -125,7 +72,7 @@ class TestAgents : public QObject {
     // From now on every call of that verb fails with this complaint on standard error.
     bool failVerb(const QString& verb, const QByteArray& complaint)
     {
-        return writeFile(m_root->filePath("tools/fail-" + verb), complaint);
+        return FakeAgentTools::writeFile(m_root->filePath("tools/fail-" + verb), complaint);
     }
     void clearCalls()
     {
@@ -152,12 +99,13 @@ private Q_SLOTS:
         const QString bundleFolder = m_root->filePath("bundle");
         QVERIFY(QDir().mkpath(bundleFolder + "/LaunchAgents"));
         QVERIFY(QFile::copy(resourceDefinition(updatePlist), bundleFolder + "/LaunchAgents/" + updatePlist));
-        QVERIFY(writeFile(bundleFolder + "/Info.plist",
-                          PropertyList::serialize(QVariantMap{{"CFBundleIdentifier", "works.tessel.corvel"}})));
+        QVERIFY(FakeAgentTools::writeFile(
+            bundleFolder + "/Info.plist",
+            PropertyList::serialize(QVariantMap{{"CFBundleIdentifier", "works.tessel.corvel"}})));
         m_bundle = std::make_unique<Bundle>(bundleFolder);
 
-        QVERIFY(writeFile(tools() + "/systemctl", fakeSystemctl, true));
-        QVERIFY(writeFile(tools() + "/launchctl", fakeLaunchctl, true));
+        QVERIFY(FakeAgentTools::writeFile(tools() + "/systemctl", FakeAgentTools::systemctl(), true));
+        QVERIFY(FakeAgentTools::writeFile(tools() + "/launchctl", FakeAgentTools::launchctl(), true));
         m_path = qgetenv("PATH");
         m_configHome = qgetenv("XDG_CONFIG_HOME");
         m_runtimeDir = qgetenv("XDG_RUNTIME_DIR");
@@ -218,8 +166,10 @@ private Q_SLOTS:
             return;
         }
         const QString base = m_root->filePath("verify/") + definition.value().label();
-        QVERIFY(writeFile(base + ".service", SystemdAgentService::serviceUnit(definition.value(), plistName).toUtf8()));
-        QVERIFY(writeFile(base + ".timer", SystemdAgentService::timerUnit(definition.value(), plistName).toUtf8()));
+        QVERIFY(FakeAgentTools::writeFile(base + ".service",
+                                          SystemdAgentService::serviceUnit(definition.value(), plistName).toUtf8()));
+        QVERIFY(FakeAgentTools::writeFile(base + ".timer",
+                                          SystemdAgentService::timerUnit(definition.value(), plistName).toUtf8()));
         qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_root->path()));
         QProcess verify;
         verify.start(analyzer, {"verify", "--user", "--man=no", base + ".timer", base + ".service"});
@@ -263,7 +213,7 @@ private Q_SLOTS:
         QFETCH(QString, complaint);
 
         const QString path = m_root->filePath("definition.plist");
-        QVERIFY(writeFile(path, PropertyList::serialize(plist)));
+        QVERIFY(FakeAgentTools::writeFile(path, PropertyList::serialize(plist)));
         const auto definition = AgentDefinition::read(path);
         QVERIFY(!definition);
         QVERIFY(definition.error().is(AgentError::domain(), AgentError::invalidDefinition));
@@ -457,7 +407,7 @@ private Q_SLOTS:
         QCOMPARE(agent->status(), AgentService::Status::NotRegistered);
 
         // A new tab over the same agent reads the same.
-        QVERIFY(writeFile(tools() + "/enabled-" + updateTimer, {}));
+        QVERIFY(FakeAgentTools::writeFile(tools() + "/enabled-" + updateTimer, {}));
         QVERIFY(systemdAgent()->isChecked());
     }
 

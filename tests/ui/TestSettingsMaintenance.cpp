@@ -1,5 +1,6 @@
 // The maintenance settings tabs as a person uses them: the agent checkbox talks to a stand-in systemctl on PATH
 // without holding up the window, and the run-now buttons follow the jobs of the simulated Homebrew.
+#include "FakeAgentTools.h"
 #include "HomebrewFixture.h"
 #include "LogCapture.h"
 #include "ScriptedAlerter.h"
@@ -27,39 +28,6 @@ namespace {
 
 // Agent questions start system tools and jobs start brew; a loaded machine is not a failure.
 constexpr int finishTimeout = 60000;
-
-// Stands in for "systemctl --user": keeps which timers are enabled as files beside itself, and fails a verb when a
-// file fail-<verb> holds the complaint. Like the real one it only knows units in the user's folder.
-const QByteArray fakeSystemctl = R"SH(#!/bin/sh
-here=$(dirname "$0")
-[ "$1" = "--user" ] || { echo "not a user manager call" >&2; exit 2; }
-verb=$2
-eval "unit=\${$#}"
-if [ -f "$here/fail-$verb" ]; then cat "$here/fail-$verb" >&2; exit 1; fi
-case "$verb" in
-daemon-reload) ;;
-enable)
-    [ -f "$XDG_CONFIG_HOME/systemd/user/$unit" ] || { echo "Unit file $unit does not exist." >&2; exit 1; }
-    touch "$here/enabled-$unit" ;;
-disable)
-    [ -f "$XDG_CONFIG_HOME/systemd/user/$unit" ] || { echo "Unit file $unit does not exist." >&2; exit 1; }
-    rm -f "$here/enabled-$unit" ;;
-is-enabled)
-    [ -f "$XDG_CONFIG_HOME/systemd/user/$unit" ] || { echo "No such file or directory" >&2; exit 1; }
-    if [ -f "$here/enabled-$unit" ]; then echo enabled; else echo disabled; exit 1; fi ;;
-*) echo "unexpected $verb" >&2; exit 2 ;;
-esac
-)SH";
-
-bool writeFile(const QString& path, const QByteArray& content, bool executable = false)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size()) {
-        return false;
-    }
-    return !executable || file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-}
 
 QStringList textsOf(const LogCapture& log, QtMsgType type)
 {
@@ -95,8 +63,8 @@ private:
     bool registerBehindTheBack(MaintenanceJob::Kind kind)
     {
         const QString timer = timerOf(kind);
-        return writeFile(m_root->filePath("config/systemd/user/" + timer), "[Timer]\n") &&
-               writeFile(tools() + "/enabled-" + timer, "");
+        return FakeAgentTools::writeFile(m_root->filePath("config/systemd/user/" + timer), "[Timer]\n") &&
+               FakeAgentTools::writeFile(tools() + "/enabled-" + timer, "");
     }
     bool waitForAgent(SettingsMaintenanceJobViewController& tab)
     {
@@ -120,11 +88,12 @@ void TestSettingsMaintenance::init()
         QVERIFY(QFile::copy(QStringLiteral(CORVEL_RESOURCES_SOURCE_DIR "/LaunchAgents/") + name,
                             bundleFolder + "/LaunchAgents/" + name));
     }
-    QVERIFY(writeFile(bundleFolder + "/Info.plist",
-                      PropertyList::serialize(QVariantMap{{"CFBundleIdentifier", "works.tessel.corvel"}})));
+    QVERIFY(
+        FakeAgentTools::writeFile(bundleFolder + "/Info.plist",
+                                  PropertyList::serialize(QVariantMap{{"CFBundleIdentifier", "works.tessel.corvel"}})));
     m_bundle = std::make_unique<Bundle>(bundleFolder);
 
-    QVERIFY(writeFile(tools() + "/systemctl", fakeSystemctl, true));
+    QVERIFY(FakeAgentTools::writeFile(tools() + "/systemctl", FakeAgentTools::systemctl(), true));
     m_path = qgetenv("PATH");
     m_configHome = qgetenv("XDG_CONFIG_HOME");
     qputenv("PATH", QFile::encodeName(tools()) + ':' + m_path);
@@ -197,7 +166,7 @@ void TestSettingsMaintenance::agentCheckBox()
         QVERIFY(QFile::remove(tools() + "/systemctl"));
         qputenv("PATH", QFile::encodeName(tools()));
     } else if (!failingVerb.isEmpty()) {
-        QVERIFY(writeFile(tools() + "/fail-" + failingVerb, complaint.toUtf8() + '\n'));
+        QVERIFY(FakeAgentTools::writeFile(tools() + "/fail-" + failingVerb, complaint.toUtf8() + '\n'));
     }
     LogCapture log;
     QSignalSpy shown(tab, &SettingsMaintenanceJobViewController::agentStatusShown);
