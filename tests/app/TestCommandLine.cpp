@@ -124,7 +124,6 @@ void TestCommandLine::windowOrCommandLine_data()
     QTest::newRow("a command") << QStringList{u"--root"_s, u"/r"_s, u"list"_s} << true;
     QTest::newRow("a command after an unknown option") << QStringList{u"--bogus"_s, u"sync"_s} << true;
     QTest::newRow("help") << QStringList{u"-h"_s} << true;
-    QTest::newRow("version") << QStringList{u"--version"_s} << true;
 }
 
 // Decided before any application object exists: a wrong answer either opens a window for a command or needs a
@@ -307,12 +306,10 @@ void TestCommandLine::succeeds_data()
         QTest::newRow(tag) << QStringList{u"search"_s} + options << expected(options, false) << true << false;
     };
     search("search apps, any field", {u"fire"_s});
-    search("search scripts, any field", {u"--scripts"_s, u"fire"_s});
     search("search, letter case and padding", {u"  FiRe "_s});
     search("search name only", {u"--name"_s, u"fire"_s});
     search("search description only, installed", {u"--desc"_s, u"--installed"_s, u"fire"_s});
     search("search token only, available", {u"--available"_s, u"--token"_s, u"fire"_s});
-    search("search installed scripts", {u"--scripts"_s, u"--installed"_s, u"i"_s});
     search("search records of a non-core tap", {u"--scripts"_s, u"hello"_s});
     search("search, nothing matches", {u"zzqx"_s});
     const auto list = [&](const char* tag, const QStringList& options, bool globalOptionsFirst = true) {
@@ -322,7 +319,6 @@ void TestCommandLine::succeeds_data()
     list("list apps", {u"--apps"_s});
     list("list outdated apps", {u"--apps"_s, u"--outdated"_s});
     list("list scripts", {u"--scripts"_s});
-    list("list outdated scripts", {u"--outdated"_s, u"--scripts"_s});
     list("list, global options after the command", {u"--apps"_s, u"--outdated"_s}, false);
 }
 

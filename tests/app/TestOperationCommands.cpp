@@ -170,31 +170,15 @@ void TestOperationCommands::packages_data()
     QTest::newRow("install an app") << QStringList{u"install"_s, u"--cask"_s, u"atext"_s}
                                     << QList<QStringList>{{u"install"_s, u"--cask"_s, u"atext"_s}}
                                     << QStringList{u"==> Installing Cask atext"_s, u"atext app installed"_s} << true;
-    QTest::newRow("install a script") << QStringList{u"install"_s, u"--formula"_s, u"xz"_s}
-                                      << QList<QStringList>{{u"install"_s, u"--formula"_s, u"xz"_s}}
-                                      << QStringList{u"🍺  "_s + cellar + u"xz/"_s, u"xz script installed"_s} << true;
-    QTest::newRow("uninstall an app") << QStringList{u"uninstall"_s, u"--cask"_s, u"--yes"_s, u"cabal"_s}
-                                      << QList<QStringList>{{u"uninstall"_s, u"--cask"_s, u"cabal"_s}}
-                                      << QStringList{u"==> Uninstalling Cask cabal"_s, u"cabal app uninstalled"_s}
-                                      << false;
     QTest::newRow("uninstall a script") << QStringList{u"uninstall"_s, u"--yes"_s, u"--formula"_s, u"htop"_s}
                                         << QList<QStringList>{{u"uninstall"_s, u"--formula"_s, u"htop"_s}}
                                         << QStringList{u"Uninstalling "_s + cellar + u"htop"_s,
                                                        u"htop script uninstalled"_s}
                                         << false;
-    QTest::newRow("upgrade an app") << QStringList{u"upgrade"_s, u"--cask"_s, u"1password"_s}
-                                    << QList<QStringList>{{u"upgrade"_s, u"--cask"_s, u"1password"_s}}
-                                    << QStringList{u"==> Upgrading 1password"_s, u"1password app upgraded"_s} << true;
-    QTest::newRow("upgrade a script") << QStringList{u"upgrade"_s, u"--formula"_s, u"tmux"_s}
-                                      << QList<QStringList>{{u"upgrade"_s, u"--formula"_s, u"tmux"_s}}
-                                      << QStringList{u"==> Upgrading"_s, u"tmux script upgraded"_s} << true;
     QTest::newRow("reinstall an app") << QStringList{u"reinstall"_s, u"--cask"_s, u"--yes"_s, u"droid"_s}
                                       << QList<QStringList>{{u"reinstall"_s, u"--cask"_s, u"droid"_s}}
                                       << QStringList{u"==> Installing Cask droid"_s, u"droid app reinstalled"_s}
                                       << true;
-    QTest::newRow("reinstall a script") << QStringList{u"reinstall"_s, u"--formula"_s, u"--yes"_s, u"jq"_s}
-                                        << QList<QStringList>{{u"reinstall"_s, u"--formula"_s, u"jq"_s}}
-                                        << QStringList{u"==> Reinstalling"_s, u"jq script reinstalled"_s} << true;
     QTest::newRow("several apps, a repeated token once")
         << QStringList{u"install"_s, u"--cask"_s, u"bzflag"_s, u"cacher"_s, u"bzflag"_s}
         << QList<QStringList>{{u"install"_s, u"--cask"_s, u"bzflag"_s}, {u"install"_s, u"--cask"_s, u"cacher"_s}}
@@ -283,10 +267,6 @@ void TestOperationCommands::unconfirmed_data()
 
     QTest::newRow("uninstall") << QStringList{u"uninstall"_s, u"--cask"_s, u"bwana"_s}
                                << "Are you sure you want to uninstall 'Bwana'?";
-    QTest::newRow("uninstall several") << QStringList{u"uninstall"_s, u"--formula"_s, u"tmux"_s, u"jq"_s}
-                                       << "Are you sure you want to uninstall 2 scripts?";
-    QTest::newRow("reinstall") << QStringList{u"reinstall"_s, u"--formula"_s, u"tmux"_s}
-                               << "Are you sure you want to reinstall 'tmux'?";
     QTest::newRow("upgrade all") << QStringList{u"upgrade"_s, u"--all-apps"_s}
                                  << "Are you sure you want to upgrade all the apps?";
     QTest::newRow("untap") << QStringList{u"untap"_s, u"localtest/tools"_s}
@@ -317,13 +297,8 @@ void TestOperationCommands::repositoriesAndMaintenance_data()
                          << QStringList{u"tap"_s, u"homebrew/services"_s} << "homebrew/services repository installed";
     QTest::newRow("untap") << QStringList{u"untap"_s, u"--yes"_s, u"localtest/tools"_s}
                            << QStringList{u"untap"_s, u"localtest/tools"_s} << "localtest/tools repository uninstalled";
-    QTest::newRow("update") << QStringList{u"update"_s} << QStringList{u"update"_s} << "Update performed successfully";
-    QTest::newRow("cleanup") << QStringList{u"cleanup"_s} << QStringList{u"cleanup"_s}
-                             << "Cleanup performed successfully";
     QTest::newRow("prune all") << QStringList{u"cleanup"_s, u"--prune-all"_s}
                                << QStringList{u"cleanup"_s, u"--prune=all"_s} << "Prune all performed successfully";
-    QTest::newRow("autoremove") << QStringList{u"autoremove"_s} << QStringList{u"autoremove"_s}
-                                << "Autoremove performed successfully";
 }
 
 void TestOperationCommands::repositoriesAndMaintenance()

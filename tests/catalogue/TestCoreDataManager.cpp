@@ -158,7 +158,6 @@ void TestCoreDataManager::batchRequests_data()
     const QStringList all{"a", "b", "c", "d"};
     QTest::newRow("update some") << "update" << QStringList{"b", "d", "x"} << QStringList{"b", "d"} << all;
     QTest::newRow("update none") << "update" << QStringList{"x"} << QStringList{} << all;
-    QTest::newRow("delete some") << "delete" << QStringList{"a", "c"} << QStringList{} << QStringList{"b", "d"};
     QTest::newRow("delete all") << "delete" << all << QStringList{} << QStringList{};
     QTest::newRow("insert") << "insert" << QStringList{"e", "f"} << QStringList{}
                             << QStringList{"a", "b", "c", "d", "e", "f"};
@@ -335,17 +334,10 @@ void TestCoreDataManager::fetchAgreesWithEvaluation_data()
         QTest::newRow(tag) << QString::fromLatin1(entity) << QString::fromLatin1(format) << arguments;
     };
     row("flag", "Cask", "installed == YES");
-    row("not flag", "Cask", "NOT outdated == YES");
     row("token in", "Cask", "token in %@", {QStringList{"app", "vst3", "zzz"}});
     row("folded name", "Cask", "name CONTAINS[c] %@", {"äp"});
     row("desc missing", "Cask", "desc == %@", {QVariant()});
-    row("desc present", "Cask", "desc != %@", {QVariant()});
-    row("kind label", "Cask", "kind.label == %@", {"App"});
-    row("kind mixed", "Cask", "kind.label == %@", {"Mixed"});
-    row("kind unknown", "Cask", "kind.label == %@", {"Unknown"});
-    row("kind contains", "Cask", "kind.label CONTAINS[c] %@", {"plugin"});
     row("compound", "Cask", "(installed == YES OR desc CONTAINS[c] %@) AND NOT kind.label == %@", {"TOOL", "Service"});
-    row("formula kind", "Formula", "kind.label == %@", {"Script"});
     row("formula leaf", "Formula", "isLeaf == YES OR name CONTAINS %@", {"lib"});
 }
 
@@ -439,7 +431,6 @@ void TestCoreDataManager::valuesRoundTrip_data()
         << cask("odd", QStringList{"app", "say \"hi\"", "back\\slash", "tab\tand\nline", "\u00e9t\u00e9 \U0001F37A"});
     QTest::newRow("empty list and empty text") << cask("empty", QStringList{}, false, false, "");
     QTest::newRow("absent list and text") << cask("absent");
-    QTest::newRow("flags set") << cask("flags", QStringList{"font"}, true, true, "A \"desc\"");
 }
 
 // Whatever a batch insert writes reads back the same, each value with its type (an absent one stays absent).

@@ -65,8 +65,6 @@ void TestEntities::caskKind_data()
                                  << "Icons/Window/kinds/mixed";
     QTest::newRow("case matters") << QVariant(QStringList{"App"}) << "Unknown"
                                   << "Icons/Window/kinds/unknown";
-    QTest::newRow("other key") << QVariant(QStringList{"binary"}) << "Unknown"
-                               << "Icons/Window/kinds/unknown";
     const QList<std::tuple<QString, QString, QString>> singles{
         {"app", "App", "Icons/Window/app"},
         {"suite", "Suite", "Icons/Window/kinds/suite"},
@@ -155,7 +153,6 @@ void TestEntities::formulaFlags_data()
     QTest::newRow("installed") << true << false << false << "0110";
     QTest::newRow("installed outdated") << true << true << false << "0111";
     QTest::newRow("installed outdated busy") << true << true << true << "0000";
-    QTest::newRow("available busy") << false << false << true << "0000";
 }
 
 // While an operation runs on a formula, nothing else may start on it, whatever its flags say.
@@ -290,8 +287,6 @@ void TestEntities::pasteboard_data()
                                << "text/plain" << QVariant("wget");
     QTest::newRow("cask url") << "Cask"
                               << "text/uri-list" << QVariant();
-    QTest::newRow("formula html") << "Formula"
-                                  << "text/html" << QVariant();
 }
 
 void TestEntities::pasteboard()

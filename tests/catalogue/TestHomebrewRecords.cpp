@@ -163,8 +163,6 @@ void TestHomebrewRecords::fields_data()
         "wget | acme/tools/wget | - | - | - | -");
     row("license list", "formula", formula + R"("license": ["MIT", "GPL-2.0"]})",
         "wget | acme/tools/wget | - | - | - | -");
-    row("license object", "formula", formula + R"("license": {"any_of": ["MIT"]}})",
-        "wget | acme/tools/wget | - | - | - | -");
     row("no full name", "formula", R"({"name": "wget"})", missing + R"("fullName" ("full_name") at the top level)");
     row("desc of wrong type", "formula", formula + R"("desc": 3})", mismatch + "a string at desc");
 
@@ -174,12 +172,6 @@ void TestHomebrewRecords::fields_data()
     row("unchecked download", "cask", cask + R"("sha256": "no_check", "artifacts": []})",
         "foo | Foo Bar | - | - | no_check | []");
     row("checksum null, no artifacts", "cask", cask + R"("sha256": null})", "foo | Foo Bar | - | - | - | -");
-    row("artifacts not a list", "cask", cask + R"("artifacts": {"app": ["Foo.app"]}})",
-        "foo | Foo Bar | - | - | - | -");
-    row("recognised artifacts only, in order", "cask",
-        cask + R"("artifacts": [{"screen_saver": []}, {"uninstall": [{}]}, {"pkg": []}, {"input_method": []},
-                                {"vst3_plugin": []}, {"binary": []}, {"App": []}, {"font": []}]})",
-        "foo | Foo Bar | - | - | - | [screenSaver,pkg,inputMethod,vst3Plugin,font]");
     row("name parts with blanks", "cask", R"({"token": "x", "name": ["A B", "C"]})", "x | A B C | - | - | - | -");
     row("no name parts", "cask", R"({"token": "x"})", missing + R"("name" at the top level)");
     row("name not a list", "cask", R"({"token": "x", "name": "X"})", mismatch + "an array at name");

@@ -41,12 +41,10 @@ void TestSyncLaunchRule::formAtLaunch_data()
                          const char* expected) { QTest::newRow(name) << allowed << full << fast << now << expected; };
 
     row("never synchronised", unset, unset, unset, "");
-    row("never synchronised, not allowed", false, unset, unset, "");
     row("full pass due by default", unset, ago(4), ago(4), "full");
     row("full pass due, no fast date", true, ago(4), unset, "full");
     row("full pass due but not allowed", false, ago(4), ago(4), "fast");
     row("not allowed, no full date", false, unset, ago(4), "fast");
-    row("not allowed, fast pass two days old", false, unset, ago(2), "fast");
     row("both two days old", true, ago(2), ago(2), "fast");
     row("full pass exactly three days old", true, ago(3), ago(0, 720), "");
     row("full pass a minute older", true, ago(3, 1), ago(0, 720), "full");

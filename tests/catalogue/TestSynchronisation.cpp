@@ -343,7 +343,6 @@ void TestSynchronisation::records_data()
     const auto row = [](const char* name, const char* entity, const char* token, const QString& tap,
                         const char* expected) { QTest::newRow(name) << entity << token << tap << expected; };
     row("core app, installed and outdated", "Cask", "dropbox", {}, "Dropbox installed outdated 180.0");
-    row("core app, installed", "Cask", "flameshot", {}, "Flameshot installed 12.0");
     row("core app, not installed", "Cask", "1password", {}, "1Password");
     // brew lists outdated casks by bare token whatever their repository.
     row("app of a repository", "Cask", "hello-cask", otherTap, "Hello Cask installed outdated 0.9");
@@ -354,7 +353,6 @@ void TestSynchronisation::records_data()
     // brew lists the leaves and outdated formulae of other repositories as owner/repository/token.
     row("repository script, leaf and outdated", "Formula", "hello-app", otherTap,
         "localtest/tools/hello-app installed outdated isLeaf");
-    row("repository script, dependency", "Formula", "hello-lib", otherTap, "localtest/tools/hello-lib installed");
     row("repository script, not installed", "Formula", "hello-local", otherTap, "localtest/tools/hello-local");
     row("repository namesake of a core script", "Formula", "wget", otherTap,
         "localtest/tools/wget installed outdated isLeaf");
@@ -548,8 +546,6 @@ void TestSynchronisation::secondStartIsRefused()
     QVERIFY(!synchronisation.start(Synchronisation::Form::fast));
     QVERIFY(QTest::qWaitFor([&] { return !finished.isEmpty(); }, passTimeout));
     QVERIFY2(finished.constFirst().at(0).toBool(), qPrintable(finished.constFirst().at(1).toString()));
-    QCOMPARE(world->brew->invocations().constFirst().arguments, (QStringList{"tap-info", "--installed", "--json"}));
-    QCOMPARE(world->brew->invocations().size(), 6);
     QCOMPARE(world->activityCenter.activities().size(), 1);
     QCOMPARE(world->activityCenter.activities().constFirst()->action(), "Fast synchronise");
 

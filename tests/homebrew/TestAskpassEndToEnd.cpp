@@ -33,8 +33,7 @@ void TestAskpassEndToEnd::installNeedingPassword_data()
     QTest::addColumn<bool>("cancel");
     QTest::addColumn<QString>("password");
 
-    QTest::newRow("password") << false << QStringLiteral("correct horse");
-    QTest::newRow("non-ASCII password") << false << QStringLiteral("pässwörd🔑");
+    QTest::newRow("non-ASCII password") << false << QStringLiteral("correct horse pässwörd🔑");
     QTest::newRow("empty Continue") << false << QString();
     QTest::newRow("cancel") << true << QString();
 }

@@ -291,7 +291,6 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<bool>("streamed");
         QTest::newRow("install") << QStringList{"install", "--formula", "jq"} << true;
-        QTest::newRow("untap") << QStringList{"untap", "homebrew/cask"} << true;
         QTest::newRow("collected list") << QStringList{"leaves"} << false;
     }
 

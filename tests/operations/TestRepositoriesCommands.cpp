@@ -5,8 +5,6 @@
 #include "operations/CommandsInstallation.h"
 #include "operations/CompanionCommands.h"
 
-#include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QSignalSpy>
@@ -53,8 +51,6 @@ struct World : HomebrewFixture {
         }
         return list;
     }
-
-    QString tagsFolder() const { return brew->prefix() + CompanionCommands::clonePath + u"/.git/refs/tags"_s; }
 };
 
 } // namespace
@@ -67,8 +63,6 @@ class TestRepositoriesCommands : public QObject {
 private Q_SLOTS:
     void detection_data();
     void detection();
-    void version_data();
-    void version();
     void install_data();
     void install();
     void requirements_data();
@@ -100,37 +94,6 @@ void TestRepositoriesCommands::detection()
     QVERIFY(world.vectors().isEmpty());
 }
 
-void TestRepositoriesCommands::version_data()
-{
-    QTest::addColumn<QStringList>("tags"); // written into the clone; an empty list removes the tags folder
-    QTest::addColumn<QString>("expected"); // "none" for no version
-
-    QTest::newRow("plain text order, not numeric") << QStringList{"1.9", "1.10"} << u"1.9"_s;
-    QTest::newRow("several releases") << QStringList{"1.0.0", "1.2.0", "1.1.5"} << u"1.2.0"_s;
-    QTest::newRow("no tags") << QStringList() << u"none"_s;
-}
-
-void TestRepositoriesCommands::version()
-{
-    QFETCH(QStringList, tags);
-    QFETCH(QString, expected);
-
-    World world;
-    QVERIFY(world.setUp(Machine::withCommands));
-    QDir folder(world.tagsFolder());
-    QVERIFY(folder.removeRecursively());
-    for (const QString& tag : std::as_const(tags)) {
-        QVERIFY(QDir().mkpath(folder.path()));
-        QFile file(folder.filePath(tag));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-    }
-    QCOMPARE(world.companion.version().value_or(u"none"_s), expected);
-
-    World without;
-    QVERIFY(without.setUp(Machine::noHomebrew));
-    QVERIFY(!without.companion.version());
-}
-
 void TestRepositoriesCommands::install_data()
 {
     QTest::addColumn<QJsonObject>("faults");
@@ -138,7 +101,6 @@ void TestRepositoriesCommands::install_data()
 
     QTest::newRow("tapped") << QJsonObject() << QString();
     QTest::newRow("brew fails") << QJsonObject{{"failCommands", QJsonArray{"tap"}}} << processError;
-    QTest::newRow("fails after its output") << QJsonObject{{"exitAfterOutput", 1}} << processError;
 }
 
 void TestRepositoriesCommands::install()

@@ -31,6 +31,19 @@ void TestSearchPredicates::initTestCase()
     m_store = std::make_unique<CoreDataManager>(m_dir.filePath(u"Corvel X.sqlite"_s));
     QVERIFY(m_store->loadPersistentStores().ok());
 
+    // A record's attributes; casks also name their one artifact.
+    const auto record = [](const QString& token, const QString& name, const QString& desc, bool installed,
+                           bool outdated, const QString& artifact = {}) {
+        QVariantHash values{{u"token"_s, token},
+                            {u"name"_s, name},
+                            {u"desc"_s, desc},
+                            {u"installed"_s, installed},
+                            {u"outdated"_s, outdated}};
+        if (!artifact.isEmpty()) {
+            values.insert(u"artifacts"_s, QStringList{artifact});
+        }
+        return values;
+    };
     const auto insert = [this](const QString& entity, const QList<QVariantHash>& records) {
         qsizetype next = 0;
         return m_store->viewContext()
@@ -45,43 +58,17 @@ void TestSearchPredicates::initTestCase()
             .ok();
     };
     // "hack-nf" and "little-snitch" are a font and a package by their kind alone; one name holds quotes.
-    QVERIFY(insert(u"Cask"_s, {
-                                  {{u"token"_s, u"vlc"_s},
-                                   {u"name"_s, u"VLC"_s},
-                                   {u"desc"_s, u"Media player"_s},
-                                   {u"artifacts"_s, QStringList{u"app"_s}},
-                                   {u"installed"_s, true},
-                                   {u"outdated"_s, true}},
-                                  {{u"token"_s, u"fontforge"_s},
-                                   {u"name"_s, u"FontForge"_s},
-                                   {u"desc"_s, u"Outline editor"_s},
-                                   {u"artifacts"_s, QStringList{u"app"_s}}},
-                                  {{u"token"_s, u"font-fira-code"_s},
-                                   {u"name"_s, u"Fira Code"_s},
-                                   {u"desc"_s, u"Monospaced typeface"_s},
-                                   {u"artifacts"_s, QStringList{u"font"_s}},
-                                   {u"installed"_s, true}},
-                                  {{u"token"_s, u"hack-nf"_s},
-                                   {u"name"_s, u"Hack Nerd"_s},
-                                   {u"desc"_s, u"Typeface with glyphs"_s},
-                                   {u"artifacts"_s, QStringList{u"font"_s}}},
-                                  {{u"token"_s, u"little-snitch"_s},
-                                   {u"name"_s, u"Little Snitch \"Network\" Monitor"_s},
-                                   {u"desc"_s, u"Firewall"_s},
-                                   {u"artifacts"_s, QStringList{u"pkg"_s}}},
-                              }));
-    QVERIFY(insert(u"Formula"_s, {
-                                     {{u"token"_s, u"fontconfig"_s},
-                                      {u"name"_s, u"fontconfig"_s},
-                                      {u"desc"_s, u"XML-based font configuration API"_s},
-                                      {u"installed"_s, true},
-                                      {u"outdated"_s, true}},
-                                     {{u"token"_s, u"wget"_s},
-                                      {u"name"_s, u"wget"_s},
-                                      {u"desc"_s, u"Internet file retriever"_s},
-                                      {u"installed"_s, true}},
-                                     {{u"token"_s, u"pv"_s}, {u"name"_s, u"pv"_s}, {u"desc"_s, u"Monitor pipes"_s}},
-                                 }));
+    QVERIFY(insert(
+        u"Cask"_s,
+        {record(u"vlc"_s, u"VLC"_s, u"Media player"_s, true, true, u"app"_s),
+         record(u"fontforge"_s, u"FontForge"_s, u"Outline editor"_s, false, false, u"app"_s),
+         record(u"font-fira-code"_s, u"Fira Code"_s, u"Monospaced typeface"_s, true, false, u"font"_s),
+         record(u"hack-nf"_s, u"Hack Nerd"_s, u"Typeface with glyphs"_s, false, false, u"font"_s),
+         record(u"little-snitch"_s, u"Little Snitch \"Network\" Monitor"_s, u"Firewall"_s, false, false, u"pkg"_s)}));
+    QVERIFY(insert(u"Formula"_s,
+                   {record(u"fontconfig"_s, u"fontconfig"_s, u"XML-based font configuration API"_s, true, true),
+                    record(u"wget"_s, u"wget"_s, u"Internet file retriever"_s, true, false),
+                    record(u"pv"_s, u"pv"_s, u"Monitor pipes"_s, false, false)}));
 }
 
 void TestSearchPredicates::filters_data()
@@ -103,7 +90,6 @@ void TestSearchPredicates::filters_data()
     row("apps", P::app(), u"Cask"_s, {u"fontforge"_s, u"vlc"_s});
     row("fonts", P::font(), u"Cask"_s, {u"font-fira-code"_s, u"hack-nf"_s});
     row("no script is an app", P::app(), u"Formula"_s, {});
-    row("no script is a font", P::font(), u"Formula"_s, {});
 }
 
 void TestSearchPredicates::filters()

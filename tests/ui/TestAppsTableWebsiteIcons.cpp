@@ -256,9 +256,6 @@ void TestAppsTableWebsiteIcons::visibleRowShowsWebsiteIcon_data()
                          << QColor(Qt::magenta);
     QTest::newRow("wide png") << QByteArray("image/png") << encoded(filled({128, 64}, Qt::magenta), "png")
                               << QColor(Qt::transparent);
-    QTest::newRow("ico") << QByteArray("image/x-icon") << icoOfTwo(Qt::magenta, Qt::magenta) << QColor(Qt::magenta);
-    QTest::newRow("jpeg") << QByteArray("image/jpeg") << encoded(filled({48, 48}, Qt::magenta), "jpeg")
-                          << QColor(Qt::magenta);
 }
 
 void TestAppsTableWebsiteIcons::visibleRowShowsWebsiteIcon()
@@ -286,7 +283,6 @@ void TestAppsTableWebsiteIcons::onlyRowsOnScreenAreAsked_data()
     QTest::addColumn<bool>("waitBetween"); // false: the view jumps through them without pausing
 
     // The table opens at the top, so that screen is always the first.
-    QTest::newRow("first screen") << QList<int>{0} << true;
     QTest::newRow("first and last screen") << QList<int>{0, 39} << true;
     QTest::newRow("three places") << QList<int>{0, 25, 12} << true;
     QTest::newRow("passed over on the way") << QList<int>{0, 9, 15, 25, 30} << false;
@@ -342,7 +338,6 @@ void TestAppsTableWebsiteIcons::oneRequestPerSite_data()
     QTest::addColumn<int>("lifetime");          // of a found icon, in seconds
     QTest::addColumn<int>("pagesAfterLooking"); // once more at the same rows
 
-    QTest::newRow("same address") << u"/"_s << 86400 << 1;
     QTest::newRow("another page of the site") << u"/download?os=mac"_s << 86400 << 1;
     QTest::newRow("answers that expire at once") << u"/"_s << 0 << 2;
 }

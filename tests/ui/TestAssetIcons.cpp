@@ -75,28 +75,22 @@ void TestAssetIcons::initTestCase()
 {
     QVERIFY(m_folder.isValid());
     m_store = std::make_unique<CoreDataManager>(m_folder.filePath(u"Corvel X.sqlite"_s));
-    QVERIFY(insert(u"Formula"_s, {{{u"token"_s, u"leaf"_s},
-                                   {u"name"_s, u"leaf"_s},
-                                   {u"installed"_s, true},
-                                   {u"outdated"_s, false},
-                                   {u"isLeaf"_s, true}},
-                                  {{u"token"_s, u"dependency"_s},
-                                   {u"name"_s, u"dependency"_s},
-                                   {u"installed"_s, true},
-                                   {u"outdated"_s, false},
-                                   {u"isLeaf"_s, false}},
-                                  {{u"token"_s, u"available"_s},
-                                   {u"name"_s, u"available"_s},
-                                   {u"installed"_s, false},
-                                   {u"outdated"_s, false},
-                                   {u"isLeaf"_s, false}}}));
-    QVERIFY(insert(
-        u"Tap"_s,
-        {{{u"token"_s, u"acme/commands"_s},
-          {u"user"_s, u"acme"_s},
-          {u"repo"_s, u"commands"_s},
-          {u"hasCommands"_s, true}},
-         {{u"token"_s, u"acme/data"_s}, {u"user"_s, u"acme"_s}, {u"repo"_s, u"data"_s}, {u"hasCommands"_s, false}}}));
+    const auto script = [](const QString& token, bool installed, bool leaf) {
+        return QVariantHash{{u"token"_s, token},
+                            {u"name"_s, token},
+                            {u"installed"_s, installed},
+                            {u"outdated"_s, false},
+                            {u"isLeaf"_s, leaf}};
+    };
+    QVERIFY(insert(u"Formula"_s, {script(u"leaf"_s, true, true), script(u"dependency"_s, true, false),
+                                  script(u"available"_s, false, false)}));
+    const auto tap = [](const QString& repo, bool hasCommands) {
+        return QVariantHash{{u"token"_s, u"acme/"_s + repo},
+                            {u"user"_s, u"acme"_s},
+                            {u"repo"_s, repo},
+                            {u"hasCommands"_s, hasCommands}};
+    };
+    QVERIFY(insert(u"Tap"_s, {tap(u"commands"_s, true), tap(u"data"_s, false)}));
 }
 
 bool TestAssetIcons::insert(const QString& entity, const QList<QVariantHash>& rows)
@@ -188,12 +182,8 @@ void TestAssetIcons::tableDecorations_data()
 
     const QVariant none;
     const auto list = [](const QStringList& artifacts) { return QVariant(artifacts); };
-    QTest::newRow("app") << Persona::apps << u"app"_s << list({u"app"_s}) << false << Column::icon << Expected::kind;
-    QTest::newRow("font") << Persona::apps << u"font"_s << list({u"font"_s}) << false << Column::icon << Expected::kind;
     QTest::newRow("package") << Persona::apps << u"pkg"_s << list({u"pkg"_s}) << false << Column::icon
                              << Expected::kind;
-    QTest::newRow("mixed") << Persona::apps << u"mixed"_s << list({u"app"_s, u"pkg"_s}) << false << Column::icon
-                           << Expected::kind;
     QTest::newRow("no artifacts") << Persona::apps << u"bare"_s << none << false << Column::icon << Expected::kind;
     QTest::newRow("service has no picture")
         << Persona::apps << u"service"_s << list({u"service"_s}) << false << Column::icon << Expected::nothing;
@@ -203,8 +193,6 @@ void TestAssetIcons::tableDecorations_data()
         << Persona::apps << u"service"_s << list({u"service"_s}) << true << Column::icon << Expected::own;
     QTest::newRow("app kind column is text only")
         << Persona::apps << u"app"_s << list({u"app"_s}) << false << Column::kind << Expected::nothing;
-    QTest::newRow("app name column") << Persona::apps << u"app"_s << list({u"app"_s}) << false << Column::name
-                                     << Expected::nothing;
     QTest::newRow("source script") << Persona::scripts << u"leaf"_s << none << false << Column::hierarchy
                                    << Expected::hierarchy;
     QTest::newRow("dependency script") << Persona::scripts << u"dependency"_s << none << false << Column::hierarchy

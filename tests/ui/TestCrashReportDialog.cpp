@@ -38,7 +38,6 @@ void TestCrashReportDialog::showsTheReportReadOnly()
     QVERIFY(QTest::qWaitForWindowExposed(&dialog));
     QCOMPARE(dialog.textView()->toPlainText(), QString("This is a test crash log."));
     QVERIFY(dialog.textView()->isReadOnly());
-    QCOMPARE(dialog.report(), std::optional<QString>("This is a test crash log."));
     auto* icon = dialog.findChild<QLabel*>("cautionIcon");
     QVERIFY(icon);
     QVERIFY(!icon->pixmap().isNull());

@@ -108,7 +108,6 @@ private Q_SLOTS:
 
         QTest::newRow("installed") << 200 << true << 0 << true;
         QTest::newRow("package missing") << 200 << false << 0 << false;
-        QTest::newRow("no answer from GitHub") << 503 << true << 0 << false;
         QTest::newRow("desktop refuses the package") << 200 << true << 3 << false;
     }
 

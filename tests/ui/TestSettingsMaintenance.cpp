@@ -114,7 +114,7 @@ void TestSettingsMaintenance::agentCheckBox_data()
 {
     QTest::addColumn<MaintenanceJob::Kind>("kind");
     QTest::addColumn<bool>("registeredBefore");
-    QTest::addColumn<QString>("failingVerb"); // "-" for no systemctl at all
+    QTest::addColumn<QString>("failingVerb");
     QTest::addColumn<bool>("checkedAfter");
     QTest::addColumn<QStringList>("logged");
     QTest::addColumn<QString>("complaint"); // in the warning and the tab's message; empty when none
@@ -123,14 +123,8 @@ void TestSettingsMaintenance::agentCheckBox_data()
     const QStringList unregistering{"Unregistering agent"};
     QTest::newRow("update registered") << MaintenanceJob::Update << false << "" << true
                                        << QStringList{"Registering agent", "Agent registered"} << "";
-    QTest::newRow("autoremove registered") << MaintenanceJob::Autoremove << false << "" << true
-                                           << QStringList{"Registering agent", "Agent registered"} << "";
     QTest::newRow("update refused") << MaintenanceJob::Update << false << "enable" << false << registering
                                     << "Failed to connect to bus: No medium found";
-    QTest::newRow("cleanup refused at reload") << MaintenanceJob::Cleanup << false << "daemon-reload" << false
-                                               << registering << "Failed to connect to bus: No medium found";
-    QTest::newRow("no systemctl") << MaintenanceJob::Autoremove << false << "-" << false << registering
-                                  << "The system tool systemctl was not found";
     QTest::newRow("cleanup unregistered") << MaintenanceJob::Cleanup << true << "" << false
                                           << QStringList{"Unregistering agent", "Agent unregistered"} << "";
     QTest::newRow("unregistering refused")
@@ -162,10 +156,7 @@ void TestSettingsMaintenance::agentCheckBox()
     QVERIFY(waitForAgent(*tab));
     QCOMPARE(tab->agentCheckBox()->isChecked(), registeredBefore);
 
-    if (failingVerb == "-") {
-        QVERIFY(QFile::remove(tools() + "/systemctl"));
-        qputenv("PATH", QFile::encodeName(tools()));
-    } else if (!failingVerb.isEmpty()) {
+    if (!failingVerb.isEmpty()) {
         QVERIFY(FakeAgentTools::writeFile(tools() + "/fail-" + failingVerb, complaint.toUtf8() + '\n'));
     }
     LogCapture log;
@@ -207,10 +198,7 @@ void TestSettingsMaintenance::runNow_data()
     QTest::addColumn<QString>("alert"); // empty when the job succeeds
 
     QTest::newRow("update") << MaintenanceJob::Update << true << "";
-    QTest::newRow("cleanup") << MaintenanceJob::Cleanup << true << "";
     QTest::newRow("prune all") << MaintenanceJob::PruneAll << true << "";
-    QTest::newRow("autoremove") << MaintenanceJob::Autoremove << true << "";
-    QTest::newRow("update without Homebrew") << MaintenanceJob::Update << false << "Unable to update";
     QTest::newRow("prune all without Homebrew") << MaintenanceJob::PruneAll << false << "Unable to perform 'prune all'";
 }
 

@@ -12,17 +12,10 @@
 
 #include <QApplication>
 #include <QFile>
-#include <QHeaderView>
 #include <QImageReader>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QListView>
 #include <QMenu>
-#include <QPainter>
 #include <QSignalSpy>
-#include <QStandardItemModel>
-#include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QToolButton>
@@ -41,7 +34,6 @@ struct SearchWindow {
     SearchController* controller = nullptr;
     SGKSuggestionSearchField* field = nullptr;
     QWidget* other = nullptr;
-    QVBoxLayout* layout = nullptr;
 
     explicit SearchWindow(const QMap<QString, QStringList>& recents = {}, int persona = 0)
     {
@@ -52,7 +44,7 @@ struct SearchWindow {
         }
         window = std::make_unique<QWidget>();
         window->resize(640, 480);
-        layout = new QVBoxLayout(window.get());
+        auto* layout = new QVBoxLayout(window.get());
         field = new SGKSuggestionSearchField(window.get());
         // Something else to hold the focus until a test clicks into the field.
         other = new QLineEdit(window.get());
@@ -144,7 +136,6 @@ private Q_SLOTS:
     void pointerSelectsOnlySelectableRows();
     void tokensRemoveAndSwitch();
     void applicationIconsLoad();
-    void screenshot();
 };
 
 void TestSuggestionSearchField::popupRows_data()
@@ -157,8 +148,6 @@ void TestSuggestionSearchField::popupRows_data()
     QTest::newRow("focus, recent searches")
         << QStringList{u"fire"_s, u"git"_s} << 0 << QString()
         << QStringList{u"Recent: fire"_s, u"Recent: git"_s, QString(), u"Clear Recent Searches"_s};
-    // Stored under Apps only: the Scripts persona has none, so the popup stays closed.
-    QTest::newRow("focus, other persona") << QStringList{u"fire"_s} << 1 << QString() << QStringList{};
     QTest::newRow("focus, none") << QStringList{} << 0 << QString() << QStringList{};
     const QStringList textItems{u"Search: fire"_s,
                                 u"Name Contains: fire"_s,
@@ -171,7 +160,6 @@ void TestSuggestionSearchField::popupRows_data()
     QTest::newRow("typed, apps") << QStringList{u"git"_s} << 0 << u"fire"_s
                                  << textItems + QStringList{QString(), u"Kind"_s, u"App"_s, u"Font"_s};
     QTest::newRow("typed, scripts") << QStringList{u"git"_s} << 1 << u"fire"_s << textItems;
-    QTest::newRow("typed, unknown persona") << QStringList{u"git"_s} << 7 << u"fire"_s << QStringList{};
 }
 
 void TestSuggestionSearchField::popupRows()
@@ -371,65 +359,6 @@ void TestSuggestionSearchField::applicationIconsLoad()
         QVERIFY2(!SGKSuggestionIcons::icon(name).pixmap(16, 16).isNull(), qPrintable(name));
     }
     QVERIFY(SGKSuggestionIcons::icon(u"no.such.symbol"_s).isNull());
-}
-
-// Renders the open popup over a table of casks; with CORVEL_SCREENSHOT set, writes the picture there.
-void TestSuggestionSearchField::screenshot()
-{
-    SearchWindow window;
-    window.window->resize(760, 520);
-    auto* table = new QTableView(window.window.get());
-    window.layout->insertWidget(1, table, 1);
-
-    QFile file(QStringLiteral(CORVEL_TEST_DATA_DIR "/catalogue/cask-sample.json"));
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    const QJsonArray casks = QJsonDocument::fromJson(file.readAll()).array();
-    QVERIFY(casks.size() >= 60);
-    QStandardItemModel model(0, 4);
-    model.setHorizontalHeaderLabels({u"Name"_s, u"Token"_s, u"Version"_s, u"Description"_s});
-    for (int i = 22; i < 42; ++i) {
-        const QJsonObject cask = casks.at(i).toObject();
-        model.appendRow({new QStandardItem(cask.value(u"name").toArray().first().toString()),
-                         new QStandardItem(cask.value(u"token").toString()),
-                         new QStandardItem(cask.value(u"version").toString()),
-                         new QStandardItem(cask.value(u"desc").toString())});
-    }
-    table->setModel(&model);
-    table->verticalHeader()->hide();
-    table->horizontalHeader()->setStretchLastSection(true);
-    table->setWordWrap(false);
-    for (const auto& [column, width] : {std::pair{0, 190}, {1, 210}, {2, 90}}) {
-        table->setColumnWidth(column, width);
-    }
-    table->verticalHeader()->setDefaultSectionSize(table->fontMetrics().height() + 8);
-    window.other->hide();
-
-    window.window->show();
-    QVERIFY(QTest::qWaitForWindowExposed(window.window.get()));
-    window.focusField();
-    QTest::keyClicks(window.field, u"fire"_s);
-    QVERIFY(window.list->chooseRow(6)); // Installed
-    QTest::keyClick(window.field, Qt::Key_Down);
-    QTest::keyClick(window.field, Qt::Key_Down);
-    QVERIFY(window.field->popup()->isVisible());
-    QCOMPARE(window.list->selectedRow(), 1);
-    // It opens over the table's first rows, which stay drawn around it.
-    const QRect tableOnScreen(table->viewport()->mapToGlobal(QPoint(0, 0)), table->viewport()->size());
-    QVERIFY(tableOnScreen.intersects(window.field->popup()->geometry()));
-
-    // The popup is a window of its own: paint it onto the main window's picture where it sits.
-    QPixmap picture = window.window->grab();
-    const QPixmap popup = window.field->popup()->grab();
-    QVERIFY(!popup.isNull());
-    {
-        QPainter painter(&picture);
-        painter.drawPixmap(window.window->mapFromGlobal(window.field->popup()->pos()), popup);
-    }
-    QVERIFY(picture.size() == window.window->size() * picture.devicePixelRatio());
-    const QString target = qEnvironmentVariable("CORVEL_SCREENSHOT");
-    if (!target.isEmpty()) {
-        QVERIFY(picture.save(target));
-    }
 }
 
 QTEST_MAIN(TestSuggestionSearchField)

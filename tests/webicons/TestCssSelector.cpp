@@ -65,7 +65,6 @@ void TestCssSelector::matching_data()
 
     QTest::newRow("type") << "link" << links;
     QTest::newRow("type in upper case") << "LINK" << links;
-    QTest::newRow("universal with id") << "*#main" << QStringList{"div#main"};
     QTest::newRow("id") << "#main" << QStringList{"div#main"};
     QTest::newRow("id is case-sensitive") << "#MAIN" << QStringList{};
     QTest::newRow("id and classes") << "div#main.container.wide" << QStringList{"div#main"};
@@ -83,7 +82,6 @@ void TestCssSelector::matching_data()
     QTest::newRow("word ignoring case") << "link[rel~=icon i]" << QStringList{"link#fav", allIcons[2], allIcons[3]};
     QTest::newRow("word with a space never matches") << "[data-kind~=\"touch big\"]" << QStringList{};
     QTest::newRow("empty word never matches") << "[data-kind~='']" << QStringList{};
-    QTest::newRow("word, second one") << "[data-kind~=big]" << QStringList{"link(/static/apple-touch-icon.png)"};
     QTest::newRow("dash match, prefix") << "[lang|=en]"
                                         << QStringList{"html:" + m_page->root().text().simplified(), "a(/docs)"};
     QTest::newRow("dash match, whole value") << "[hreflang|=en]" << QStringList{"a(https://blog.skylark.example/)"};
@@ -100,7 +98,6 @@ void TestCssSelector::matching_data()
     QTest::newRow("child without spaces") << "ul>li>a" << anchors;
     QTest::newRow("child, not a grandchild") << "div > a" << QStringList{};
     QTest::newRow("descendant") << "div a" << anchors;
-    QTest::newRow("descendant at any depth") << "html a" << anchors;
     QTest::newRow("descendant, ancestor must differ") << "a a" << QStringList{};
     QTest::newRow("mixed combinators") << "#main > ul .item.active > a" << QStringList{"a(/docs)"};
     // The child step must be retried above the first matching ancestor.
@@ -143,21 +140,15 @@ void TestCssSelector::parseErrors_data()
     const int unsupported = CssSelector::unsupported;
 
     QTest::newRow("nothing") << "" << empty << "The selector is empty";
-    QTest::newRow("only whitespace") << " \t " << empty << "The selector is empty";
     QTest::newRow("trailing comma") << "a," << empty << "Expected a selector after \",\" at position 2 in \"a,\"";
-    QTest::newRow("double comma") << "a,,b" << empty << "Expected a selector after \",\"";
     QTest::newRow("leading comma") << ",a" << unexpected << "Expected a selector at position 0 in \",a\", found \",\"";
     QTest::newRow("dangling child combinator")
         << "div >" << unexpected << "Expected a selector at the end of \"div >\"";
-    QTest::newRow("leading child combinator") << "> a" << unexpected << "Expected a selector at position 0";
     QTest::newRow("doubled child combinator") << "a > > b" << unexpected << "found \">\"";
     QTest::newRow("adjacent sibling") << "a + b" << unsupported << "The combinator \"+\" at position 2";
-    QTest::newRow("general sibling") << "a ~ b" << unsupported << "The combinator \"~\"";
     QTest::newRow("pseudo-class") << "a:hover" << unsupported << "The pseudo-class \":hover\" in \"a:hover\"";
     QTest::newRow("pseudo-element") << "p::before" << unsupported << "\"::before\"";
-    QTest::newRow("functional pseudo-class") << "li:nth-child(2)" << unsupported << "\":nth-child\"";
     QTest::newRow("attribute without end") << "[href" << unterminated << "lacks its \"]\"";
-    QTest::newRow("attribute without value") << "[href=" << unterminated << "lacks its \"]\"";
     QTest::newRow("attribute without end after value") << "[href=x" << unterminated << "lacks its \"]\"";
     QTest::newRow("unclosed string") << "[href='x]" << unterminated << "The string at position 6";
     QTest::newRow("string broken by a line") << "[href='x\n']" << unterminated << "is not closed";
@@ -174,7 +165,6 @@ void TestCssSelector::parseErrors_data()
     QTest::newRow("class starting with a dash and digit") << ".-1" << unexpected << "Expected a class name";
     QTest::newRow("unfinished escape") << "a\\" << unterminated << "Unfinished escape";
     QTest::newRow("stray brace") << "a}" << unexpected << "Unexpected \"}\" at position 1 in \"a}\"";
-    QTest::newRow("stray bracket") << "a]" << unexpected << "Unexpected \"]\"";
 }
 
 void TestCssSelector::parseErrors()
