@@ -1,4 +1,5 @@
 #include "LogCapture.h"
+#include "PiecewiseDownloadServer.h"
 #include "foundation/Bundle.h"
 #include "homebrew/HomebrewCommands.h"
 #include "operations/HomebrewInstaller.h"
@@ -10,10 +11,7 @@
 #include <QHttpServer>
 #include <QMutex>
 #include <QNetworkAccessManager>
-#include <QPointer>
 #include <QSignalSpy>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -256,25 +254,12 @@ private Q_SLOTS:
     void downloadProgress()
     {
         // The package comes in three parts from a server that waits for the percentage of each before sending more.
-        QTcpServer downloads;
-        QVERIFY(downloads.listen(QHostAddress::LocalHost));
-        QPointer<QTcpSocket> client;
-        QByteArray request;
-        connect(&downloads, &QTcpServer::newConnection, this, [&] {
-            client = downloads.nextPendingConnection();
-            connect(client, &QTcpSocket::readyRead, this, [&] {
-                request += client->readAll();
-                if (request.contains("\r\n\r\n")) {
-                    client->write("HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\n"
-                                  "Content-Length: 1000\r\nConnection: close\r\n\r\n" +
-                                  QByteArray(250, 'a'));
-                }
-            });
-        });
+        PiecewiseDownloadServer downloads(1000, 250);
+        QVERIFY(downloads.listen());
 
         QTemporaryDir folder;
         Bundle bundle(folder.path());
-        pointAtServer(bundle, u"http://127.0.0.1:%1"_s.arg(downloads.serverPort()));
+        pointAtServer(bundle, downloads.baseUrl().toString());
         QNetworkAccessManager network;
         ScriptedPackageOpener opener;
         Homebrew::Installer installer(bundle, network, opener, folder.filePath(u"Installers"_s));
@@ -283,13 +268,13 @@ private Q_SLOTS:
 
         QVERIFY(installer.install());
         QTRY_COMPARE_WITH_TIMEOUT(installer.downloadPercentage(), 25.0, finishTimeout);
-        QVERIFY(request.startsWith("GET /Homebrew/brew/releases/download/4.4.0/Homebrew-4.4.0.pkg HTTP/1.1\r\n"));
-        client->write(QByteArray(500, 'b'));
+        QVERIFY(downloads.request().startsWith(
+            "GET /Homebrew/brew/releases/download/4.4.0/Homebrew-4.4.0.pkg HTTP/1.1\r\n"));
+        downloads.send(QByteArray(500, 'b'));
         QTRY_COMPARE_WITH_TIMEOUT(installer.downloadPercentage(), 75.0, finishTimeout);
         QVERIFY(installer.isInstalling());
         QVERIFY(finished.isEmpty());
-        client->write(QByteArray(250, 'c'));
-        client->disconnectFromHost();
+        downloads.send(QByteArray(250, 'c'), true);
         QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, finishTimeout);
         QVERIFY(finished.first().at(0).toBool());
 

@@ -1,4 +1,5 @@
 #include "LogCapture.h"
+#include "PiecewiseDownloadServer.h"
 #include "foundation/Bundle.h"
 #include "operations/HomebrewInstaller.h"
 #include "operations/SystemPackageOpener.h"
@@ -8,12 +9,9 @@
 #include <QHttpServer>
 #include <QLabel>
 #include <QNetworkAccessManager>
-#include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
-#include <QTcpServer>
-#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
 #include <algorithm>
@@ -193,21 +191,8 @@ private Q_SLOTS:
     // The download arrives in pieces that the test releases one by one, so the sheet is seen part of the way.
     void progressPartWay()
     {
-        QTcpServer downloads;
-        QVERIFY(downloads.listen(QHostAddress::LocalHost));
-        QPointer<QTcpSocket> client;
-        QByteArray request;
-        connect(&downloads, &QTcpServer::newConnection, this, [&] {
-            client = downloads.nextPendingConnection();
-            connect(client, &QTcpSocket::readyRead, this, [&] {
-                request += client->readAll();
-                if (request.contains("\r\n\r\n")) {
-                    client->write("HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\n"
-                                  "Content-Length: 1000\r\nConnection: close\r\n\r\n" +
-                                  QByteArray(400, 'a'));
-                }
-            });
-        });
+        PiecewiseDownloadServer downloads(1000, 400);
+        QVERIFY(downloads.listen());
 
         m_releaseStatus = 200;
         QTemporaryDir folder;
@@ -215,7 +200,7 @@ private Q_SLOTS:
         QVERIFY(!openerScript.isEmpty());
         Bundle bundle(folder.path());
         bundle.overlayInfo({{"TW_GITHUB_API_URL", serverUrl(u"/api"_s).toString()},
-                            {"TW_GITHUB_URL", u"http://127.0.0.1:%1"_s.arg(downloads.serverPort())}});
+                            {"TW_GITHUB_URL", downloads.baseUrl().toString()}});
         QNetworkAccessManager network;
         SystemPackageOpener opener(openerScript);
         Homebrew::Installer installer(bundle, network, opener, folder.filePath(u"Installers"_s));
@@ -229,8 +214,7 @@ private Q_SLOTS:
         QVERIFY(sheet.downloadProgress()->isVisibleTo(&sheet));
         QVERIFY(!sheet.guidedInstallationButton()->isEnabled());
         QVERIFY(!sheet.checkAndRelaunchButton()->isEnabled());
-        client->write(QByteArray(600, 'b'));
-        client->disconnectFromHost();
+        downloads.send(QByteArray(600, 'b'), true);
         QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, timeout);
         QVERIFY(finished.first().at(0).toBool());
         QCOMPARE(sheet.downloadProgress()->value(), 100);
